@@ -1,0 +1,161 @@
+// WirelessModule: builds the library context, loads the wireless module and
+// runs its init and close routines the way the camera's host does.
+#include "qira/host/loader.h"
+
+#include <dlfcn.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace qira::host {
+
+namespace {
+
+using lifecycle_routine = bool (*)(void*);
+
+constexpr const char* kDefaultModule = "libqira_network_utils_wireless.so.1";
+constexpr const char* kModuleEnvironment = "QIRA_WIRELESS_MODULE";
+
+// The module's routines are C++ functions of namespace qira::network taking
+// the context as void*; these are their mangled names.
+constexpr const char* kIfaceInit = "_ZN4qira7network29netlib_libiface_wireless_initEPv";
+constexpr const char* kIfaceClose = "_ZN4qira7network30netlib_libiface_wireless_closeEPv";
+constexpr const char* kEventsInit = "_ZN4qira7network30netlib_libevents_wireless_initEPv";
+constexpr const char* kEventsClose = "_ZN4qira7network31netlib_libevents_wireless_closeEPv";
+constexpr const char* kScanInit = "_ZN4qira7network28netlib_libscan_wireless_initEPv";
+constexpr const char* kScanClose = "_ZN4qira7network29netlib_libscan_wireless_closeEPv";
+
+lifecycle_routine find_routine(void* handle, const char* name) {
+  return reinterpret_cast<lifecycle_routine>(::dlsym(handle, name));
+}
+
+void set_error(std::string* error, const std::string& text) {
+  if (error != nullptr) {
+    *error = text;
+  }
+}
+
+}  // namespace
+
+WirelessModule::WirelessModule() {
+  iface_.ioctl_fd = -1;
+}
+
+WirelessModule::~WirelessModule() {
+  close();
+}
+
+bool WirelessModule::open(const std::string& path, std::string* error) {
+  close();
+  iface_ = qira::netlib::iface_state{};
+  iface_.ioctl_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (iface_.ioctl_fd < 0) {
+    set_error(error, std::string("cannot open the ioctl socket: ") + std::strerror(errno));
+    return false;
+  }
+  iface_.initialised = 1;
+  context_ = qira::netlib::library_context{};
+  context_.iface = &iface_;
+
+  const std::string module_path = path.empty() ? default_path() : path;
+  handle_ = ::dlopen(module_path.c_str(), RTLD_NOW | RTLD_GLOBAL);
+  if (handle_ == nullptr) {
+    const char* reason = ::dlerror();
+    set_error(error, std::string("cannot load ") + module_path + ": " +
+                         (reason != nullptr ? reason : "unknown error"));
+    close();
+    return false;
+  }
+  lifecycle_routine iface_init = find_routine(handle_, kIfaceInit);
+  lifecycle_routine iface_close = find_routine(handle_, kIfaceClose);
+  if (iface_init == nullptr) {
+    set_error(error, module_path + " has no netlib_libiface_wireless_init");
+    close();
+    return false;
+  }
+  // A module without the events or scan routines runs without those parts.
+  lifecycle_routine events_init = find_routine(handle_, kEventsInit);
+  lifecycle_routine events_close = find_routine(handle_, kEventsClose);
+  lifecycle_routine scan_init = find_routine(handle_, kScanInit);
+  lifecycle_routine scan_close = find_routine(handle_, kScanClose);
+
+  context_.internal_call = 1;
+  bool iface_started = iface_init(context());
+  bool ok = iface_started;
+  if (!ok) {
+    set_error(error, "netlib_libiface_wireless_init failed");
+  }
+  if (ok && events_init != nullptr && events_close != nullptr) {
+    ok = events_started_ = events_init(context());
+    if (!ok) {
+      set_error(error, "netlib_libevents_wireless_init failed");
+    }
+  }
+  // The scan module borrows the events module's socket: no events, no scan.
+  if (ok && events_started_ && scan_init != nullptr && scan_close != nullptr) {
+    ok = scan_started_ = scan_init(context());
+    if (!ok) {
+      set_error(error, "netlib_libscan_wireless_init failed");
+    }
+  }
+  if (!ok) {
+    // Undo, in reverse order, the routines that succeeded.
+    if (events_started_) {
+      events_close(context());
+    }
+    if (iface_started && iface_close != nullptr) {
+      iface_close(context());
+    }
+    events_started_ = false;
+    ::dlclose(handle_);
+    handle_ = nullptr;
+  }
+  context_.internal_call = 0;
+  if (!ok) {
+    close();
+  }
+  return ok;
+}
+
+void WirelessModule::close() {
+  if (handle_ != nullptr) {
+    context_.internal_call = 1;
+    if (scan_started_) {
+      find_routine(handle_, kScanClose)(context());
+    }
+    if (events_started_) {
+      find_routine(handle_, kEventsClose)(context());
+    }
+    if (lifecycle_routine iface_close = find_routine(handle_, kIfaceClose)) {
+      iface_close(context());
+    }
+    context_.internal_call = 0;
+    ::dlclose(handle_);
+    handle_ = nullptr;
+  }
+  scan_started_ = false;
+  events_started_ = false;
+  if (iface_.ioctl_fd >= 0) {
+    ::close(iface_.ioctl_fd);
+  }
+  iface_ = qira::netlib::iface_state{};
+  iface_.ioctl_fd = -1;
+  context_ = qira::netlib::library_context{};
+}
+
+void* WirelessModule::symbol(const char* name) const {
+  return handle_ != nullptr && name != nullptr ? ::dlsym(handle_, name) : nullptr;
+}
+
+std::string WirelessModule::default_path() {
+  const char* from_environment = std::getenv(kModuleEnvironment);
+  if (from_environment != nullptr && from_environment[0] != '\0') {
+    return from_environment;
+  }
+  return kDefaultModule;
+}
+
+}  // namespace qira::host
