@@ -1,0 +1,109 @@
+// The module exports exactly its interface: the demangled names of its
+// defined dynamic symbols equal the checked-in list, line for line.
+#include <elf.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "unit/interface/elf_dynamic.h"
+
+namespace qira::test {
+namespace {
+
+std::vector<std::string> read_lines(const std::string& path) {
+  std::ifstream file(path);
+  EXPECT_TRUE(file.good()) << "cannot read " << path;
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::vector<std::string> exported_names(const DynamicInfo& info) {
+  std::vector<std::string> names;
+  for (const DynamicSymbol& symbol : info.symbols) {
+    if (symbol.defined && symbol.binding != STB_LOCAL) {
+      names.push_back(demangle(symbol.name));
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Entries of `from` that are not in `other` (both sorted).
+std::vector<std::string> difference(const std::vector<std::string>& from,
+                                    const std::vector<std::string>& other) {
+  std::vector<std::string> out;
+  std::set_difference(from.begin(), from.end(), other.begin(), other.end(),
+                      std::back_inserter(out));
+  return out;
+}
+
+std::string listing(const char* title, const std::vector<std::string>& names) {
+  std::string text = std::string(title) + " (" + std::to_string(names.size()) + "):\n";
+  for (const std::string& name : names) {
+    text += "  " + name + "\n";
+  }
+  return text;
+}
+
+class ExportedSymbols : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string error;
+    ASSERT_TRUE(read_elf_dynamic(QIRA_MODULE_FILE, info_, error)) << error;
+  }
+  DynamicInfo info_;
+};
+
+TEST_F(ExportedSymbols, CheckedInListIsSortedWithoutDuplicatesOrBlankLines) {
+  const std::vector<std::string> expected = read_lines(QIRA_EXPORTED_SYMBOLS_FILE);
+  ASSERT_FALSE(expected.empty());
+  std::vector<std::string> sorted = expected;
+  std::sort(sorted.begin(), sorted.end());
+  sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
+  EXPECT_EQ(expected, sorted);
+  EXPECT_EQ(std::count(expected.begin(), expected.end(), std::string()), 0);
+}
+
+TEST_F(ExportedSymbols, EqualTheCheckedInList) {
+  const std::vector<std::string> expected = read_lines(QIRA_EXPORTED_SYMBOLS_FILE);
+  const std::vector<std::string> actual = exported_names(info_);
+  const std::vector<std::string> missing = difference(expected, actual);
+  const std::vector<std::string> unexpected = difference(actual, expected);
+  EXPECT_TRUE(missing.empty() && unexpected.empty())
+      << listing("missing from the module", missing)
+      << listing("exported but not in exported_symbols.txt", unexpected);
+  EXPECT_EQ(actual, expected);
+}
+
+// The camera's host binaries were linked against an unversioned module: a
+// symbol version on an export would make them fail to resolve it.
+TEST_F(ExportedSymbols, CarryNoSymbolVersion) {
+  std::vector<std::string> versioned;
+  for (const DynamicSymbol& symbol : info_.symbols) {
+    if (symbol.defined && symbol.binding != STB_LOCAL && symbol.version_index != VER_NDX_GLOBAL) {
+      versioned.push_back(demangle(symbol.name));
+    }
+  }
+  EXPECT_TRUE(versioned.empty()) << listing("exports with a version", versioned);
+}
+
+TEST_F(ExportedSymbols, AreFunctionsWithDefaultVisibility) {
+  std::vector<std::string> odd;
+  for (const DynamicSymbol& symbol : info_.symbols) {
+    if (symbol.defined && (symbol.type != STT_FUNC || symbol.visibility != STV_DEFAULT ||
+                           symbol.binding != STB_GLOBAL)) {
+      odd.push_back(demangle(symbol.name));
+    }
+  }
+  EXPECT_TRUE(odd.empty()) << listing("exports that are not global default functions", odd);
+}
+
+}  // namespace
+}  // namespace qira::test

@@ -1,0 +1,109 @@
+// The command table, the usage text and the exit statuses of usage errors.
+#include "commands.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace qira::wifi {
+namespace {
+
+struct ProgramRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+ProgramRun run_args(const std::vector<std::string>& args) {
+  std::ostringstream out;
+  std::ostringstream err;
+  Streams streams{out, err};
+  const int status = run_program(args, streams);
+  return {status, out.str(), err.str()};
+}
+
+TEST(Commands, TableHasInfo) {
+  const Command* info = find_command("info");
+  ASSERT_NE(info, nullptr);
+  EXPECT_STREQ(info->name, "info");
+  EXPECT_STREQ(info->arguments, "IFNAME");
+  EXPECT_EQ(info->min_args, 1u);
+  EXPECT_EQ(info->max_args, 1u);
+  EXPECT_EQ(info->run, &run_info);
+}
+
+TEST(Commands, UnknownNameIsNotFound) {
+  EXPECT_EQ(find_command("inf"), nullptr);
+  EXPECT_EQ(find_command(""), nullptr);
+}
+
+TEST(Commands, UsageText) {
+  EXPECT_EQ(usage_text(),
+            "usage: qira-wifi [--json] [--verbose] [--module PATH] COMMAND [ARGS...]\n"
+            "\n"
+            "options:\n"
+            "  --json         print one JSON object instead of text\n"
+            "  --verbose      also print every module log line on stderr\n"
+            "  --module PATH  load the module from PATH (default: $QIRA_WIRELESS_MODULE, else "
+            "libqira_network_utils_wireless.so.1)\n"
+            "  --help         print this help\n"
+            "\n"
+            "commands:\n"
+            "  info IFNAME  load the module and print every wireless query of IFNAME\n");
+}
+
+TEST(Commands, HelpPrintsUsageOnStdoutAndSucceeds) {
+  const ProgramRun result = run_args({"--help"});
+  EXPECT_EQ(result.status, kExitOk);
+  EXPECT_EQ(result.out, usage_text());
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(Commands, HelpWinsOverACommand) {
+  const ProgramRun result = run_args({"info", "--help"});
+  EXPECT_EQ(result.status, kExitOk);
+  EXPECT_EQ(result.out, usage_text());
+}
+
+TEST(Commands, NoCommandIsAUsageError) {
+  const ProgramRun result = run_args({});
+  EXPECT_EQ(result.status, kExitUsage);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "qira-wifi: no command given\n" + usage_text());
+}
+
+TEST(Commands, UnknownCommandIsAUsageError) {
+  const ProgramRun result = run_args({"scan", "wlan0"});
+  EXPECT_EQ(result.status, kExitUsage);
+  EXPECT_EQ(result.err, "qira-wifi: unknown command scan\n" + usage_text());
+}
+
+TEST(Commands, UnknownOptionIsAUsageError) {
+  const ProgramRun result = run_args({"--quiet", "info", "wlan0"});
+  EXPECT_EQ(result.status, kExitUsage);
+  EXPECT_EQ(result.err, "qira-wifi: unknown option --quiet\n" + usage_text());
+}
+
+TEST(Commands, MissingArgumentIsAUsageError) {
+  const ProgramRun result = run_args({"info"});
+  EXPECT_EQ(result.status, kExitUsage);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "qira-wifi: usage: qira-wifi info IFNAME\n" + usage_text());
+}
+
+TEST(Commands, ExtraArgumentIsAUsageError) {
+  const ProgramRun result = run_args({"info", "wlan0", "wlan1"});
+  EXPECT_EQ(result.status, kExitUsage);
+  EXPECT_EQ(result.err, "qira-wifi: usage: qira-wifi info IFNAME\n" + usage_text());
+}
+
+TEST(Commands, ModuleThatCannotBeLoadedExitsWithOne) {
+  const ProgramRun result = run_args({"--module", "/nonexistent/libnothing.so", "info", "wlan0"});
+  EXPECT_EQ(result.status, kExitModuleError);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err.rfind("qira-wifi: cannot load /nonexistent/libnothing.so: ", 0), 0u)
+      << result.err;
+}
+
+}  // namespace
+}  // namespace qira::wifi

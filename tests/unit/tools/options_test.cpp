@@ -1,0 +1,89 @@
+// Splitting the qira-wifi command line into global options and command words.
+#include "options.h"
+
+#include <gtest/gtest.h>
+
+namespace qira::wifi {
+namespace {
+
+CommandLine parse_ok(const std::vector<std::string>& args) {
+  CommandLine line;
+  std::string error;
+  EXPECT_TRUE(parse_command_line(args, line, error)) << error;
+  EXPECT_EQ(error, "");
+  return line;
+}
+
+std::string parse_error(const std::vector<std::string>& args) {
+  CommandLine line;
+  std::string error;
+  EXPECT_FALSE(parse_command_line(args, line, error));
+  return error;
+}
+
+TEST(Options, NoArgumentsGiveDefaults) {
+  const CommandLine line = parse_ok({});
+  EXPECT_FALSE(line.options.json);
+  EXPECT_FALSE(line.options.verbose);
+  EXPECT_FALSE(line.options.help);
+  EXPECT_EQ(line.options.module_path, "");
+  EXPECT_TRUE(line.words.empty());
+}
+
+TEST(Options, CommandAndArgumentsKeepTheirOrder) {
+  const CommandLine line = parse_ok({"info", "wlan0"});
+  EXPECT_EQ(line.words, (std::vector<std::string>{"info", "wlan0"}));
+}
+
+TEST(Options, GlobalFlagsBeforeTheCommand) {
+  const CommandLine line = parse_ok({"--json", "--verbose", "info", "wlan0"});
+  EXPECT_TRUE(line.options.json);
+  EXPECT_TRUE(line.options.verbose);
+  EXPECT_EQ(line.words, (std::vector<std::string>{"info", "wlan0"}));
+}
+
+TEST(Options, GlobalFlagsAfterTheCommand) {
+  const CommandLine line = parse_ok({"info", "wlan0", "--json"});
+  EXPECT_TRUE(line.options.json);
+  EXPECT_EQ(line.words, (std::vector<std::string>{"info", "wlan0"}));
+}
+
+TEST(Options, ModuleTakesTheNextWord) {
+  const CommandLine line = parse_ok({"--module", "/opt/lib/mod.so", "info", "wlan0"});
+  EXPECT_EQ(line.options.module_path, "/opt/lib/mod.so");
+  EXPECT_EQ(line.words, (std::vector<std::string>{"info", "wlan0"}));
+}
+
+TEST(Options, ModuleWithEqualsSign) {
+  EXPECT_EQ(parse_ok({"--module=./mod.so", "info", "lo"}).options.module_path, "./mod.so");
+}
+
+TEST(Options, ModuleWithoutPathIsAnError) {
+  EXPECT_EQ(parse_error({"info", "lo", "--module"}), "option --module needs a PATH");
+  EXPECT_EQ(parse_error({"--module=", "info", "lo"}), "option --module needs a PATH");
+  EXPECT_EQ(parse_error({"--module", "", "info"}), "option --module needs a PATH");
+}
+
+TEST(Options, HelpInBothSpellings) {
+  EXPECT_TRUE(parse_ok({"--help"}).options.help);
+  EXPECT_TRUE(parse_ok({"info", "-h"}).options.help);
+}
+
+TEST(Options, UnknownOptionIsAnError) {
+  EXPECT_EQ(parse_error({"--jsn", "info", "lo"}), "unknown option --jsn");
+  EXPECT_EQ(parse_error({"info", "-x"}), "unknown option -x");
+}
+
+TEST(Options, DoubleDashEndsTheOptions) {
+  const CommandLine line = parse_ok({"--json", "info", "--", "--verbose"});
+  EXPECT_TRUE(line.options.json);
+  EXPECT_FALSE(line.options.verbose);
+  EXPECT_EQ(line.words, (std::vector<std::string>{"info", "--verbose"}));
+}
+
+TEST(Options, LoneDashIsAWord) {
+  EXPECT_EQ(parse_ok({"info", "-"}).words, (std::vector<std::string>{"info", "-"}));
+}
+
+}  // namespace
+}  // namespace qira::wifi

@@ -1,0 +1,85 @@
+#include "commands.h"
+
+#include <algorithm>
+
+namespace qira::wifi {
+
+namespace {
+
+constexpr const char kProgram[] = "qira-wifi";
+
+int usage_error(const std::string& message, Streams& streams) {
+  streams.err << kProgram << ": " << message << "\n" << usage_text();
+  return kExitUsage;
+}
+
+}  // namespace
+
+const std::vector<Command>& command_table() {
+  static const std::vector<Command> commands = {
+      {"info", "IFNAME", "load the module and print every wireless query of IFNAME", 1, 1,
+       run_info},
+  };
+  return commands;
+}
+
+const Command* find_command(const std::string& name) {
+  const std::vector<Command>& commands = command_table();
+  auto found = std::find_if(commands.begin(), commands.end(),
+                            [&name](const Command& command) { return name == command.name; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+std::string usage_text() {
+  std::string text = std::string("usage: ") + kProgram +
+                     " [--json] [--verbose] [--module PATH] COMMAND [ARGS...]\n"
+                     "\n"
+                     "options:\n"
+                     "  --json         print one JSON object instead of text\n"
+                     "  --verbose      also print every module log line on stderr\n"
+                     "  --module PATH  load the module from PATH (default: "
+                     "$QIRA_WIRELESS_MODULE, else libqira_network_utils_wireless.so.1)\n"
+                     "  --help         print this help\n"
+                     "\n"
+                     "commands:\n";
+  std::size_t width = 0;
+  for (const Command& command : command_table()) {
+    width = std::max(width,
+                     std::string(command.name).size() + 1 + std::string(command.arguments).size());
+  }
+  for (const Command& command : command_table()) {
+    std::string synopsis = std::string(command.name) + " " + command.arguments;
+    synopsis.resize(width, ' ');
+    text += "  " + synopsis + "  " + command.summary + "\n";
+  }
+  return text;
+}
+
+int run_program(const std::vector<std::string>& args, Streams& streams) {
+  CommandLine command_line;
+  std::string error;
+  if (!parse_command_line(args, command_line, error)) {
+    return usage_error(error, streams);
+  }
+  if (command_line.options.help) {
+    streams.out << usage_text();
+    return kExitOk;
+  }
+  if (command_line.words.empty()) {
+    return usage_error("no command given", streams);
+  }
+  const Command* command = find_command(command_line.words.front());
+  if (command == nullptr) {
+    return usage_error("unknown command " + command_line.words.front(), streams);
+  }
+  const std::vector<std::string> command_args(command_line.words.begin() + 1,
+                                              command_line.words.end());
+  if (command_args.size() < command->min_args || command_args.size() > command->max_args) {
+    return usage_error(
+        std::string("usage: ") + kProgram + " " + command->name + " " + command->arguments,
+        streams);
+  }
+  return command->run(command_line.options, command_args, streams);
+}
+
+}  // namespace qira::wifi

@@ -1,0 +1,31 @@
+// Global options of qira-wifi and the split of the command line into those
+// options and the command words. Pure: no I/O, so it is tested by tables.
+#ifndef QIRA_TOOLS_QIRA_WIFI_OPTIONS_H
+#define QIRA_TOOLS_QIRA_WIFI_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+namespace qira::wifi {
+
+struct GlobalOptions {
+  bool json = false;        // --json: one JSON object instead of aligned text
+  bool verbose = false;     // --verbose: echo every module log line on stderr
+  bool help = false;        // --help: print the usage and stop
+  std::string module_path;  // --module PATH; empty means the loader's default
+};
+
+struct CommandLine {
+  GlobalOptions options;
+  std::vector<std::string> words;  // the command name, then its arguments
+};
+
+// Splits `args` (argv without the program name). Global options are taken
+// wherever they stand, as "--module PATH" or "--module=PATH"; "--" ends the
+// options. Any other word that starts with '-' is an error: commands take no
+// options of their own yet. False, with `error` set, on a bad option.
+bool parse_command_line(const std::vector<std::string>& args, CommandLine& out, std::string& error);
+
+}  // namespace qira::wifi
+
+#endif  // QIRA_TOOLS_QIRA_WIFI_OPTIONS_H
