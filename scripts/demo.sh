@@ -1,14 +1,27 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds everything and runs `qira-wifi info` on a
-# wireless interface: the one named, else the first the kernel lists under
-# /sys/class/net/*/wireless, else wlan0.
-#   scripts/demo.sh [IFNAME]
+# The demo: installs what is missing, builds the project and the virtual
+# camera (a Debian kernel with simulated radios under qemu), boots it and
+# shows the module at work on a station joined to the simulated home WPA2
+# network, as a transcript.
+#   scripts/demo.sh              the virtual camera
+#   scripts/demo.sh --host [IFNAME]
+#                                `qira-wifi info` on this machine's own
+#                                interface (the named one, else the first
+#                                wireless interface, else wlan0)
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 
-ifname="${1:-}"
+if [ "${1:-}" != "--host" ]; then
+  scripts/deps.sh
+  tests/vm/ci.sh --packages-only
+  # Builds the project (build/vm-build) and the image; only what changed.
+  tests/vm/build.sh
+  exec tests/vm/run.sh --demo
+fi
+
+ifname="${2:-}"
 if [ -z "$ifname" ]; then
   for wireless in /sys/class/net/*/wireless; do
     if [ -d "$wireless" ]; then

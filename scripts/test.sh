@@ -9,6 +9,8 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root" || exit 1
 log_dir="$root/build/logs"
 mkdir -p "$log_dir"
+# Only this run's logs count in the closing line.
+rm -f "$log_dir"/ctest-*.log "$log_dir/vm.log"
 
 stage_names=()
 stage_results=()
@@ -56,15 +58,31 @@ run_tests() {
   return "${PIPESTATUS[0]}"
 }
 
+# run_vm_suite: the virtual camera's scenarios, on the programs of the gcc
+# build (no third compile).
+# shellcheck disable=SC2317  # called through run_stage
+run_vm_suite() {
+  QIRA_VM_BUILD_DIR="$root/build/gcc" QIRA_VM_SKIP_CMAKE=1 tests/vm/ci.sh 2>&1 |
+    tee "$log_dir/vm.log"
+  return "${PIPESTATUS[0]}"
+}
+
 run_stage deps scripts/deps.sh || true
 run_stage format scripts/format.sh || true
+gcc_built=0
 for compiler in gcc clang; do
   if run_stage "$compiler-build" scripts/build.sh "$compiler"; then
+    [ "$compiler" = gcc ] && gcc_built=1
     run_stage "$compiler-test" run_tests "$compiler" || true
   else
     skip_stage "$compiler-test" "$compiler build failed"
   fi
 done
+if [ "$gcc_built" -eq 1 ]; then
+  run_stage vm run_vm_suite || true
+else
+  skip_stage vm "gcc build failed"
+fi
 
 echo
 echo "==== timings"
@@ -76,10 +94,28 @@ if [ "$failed" -ne 0 ]; then
 else
   echo "==== all stages passed"
 fi
-# ctest's closing summary of the last test run, so the suite's output ends
-# with it.
-if [ -n "$last_ctest_log" ] && [ -f "$last_ctest_log" ]; then
-  echo
-  sed -n '/tests passed, .* tests failed out of/,$p' "$last_ctest_log"
+# One closing line for the whole suite: both ctest runs and the virtual
+# camera's scenarios. A stage that failed without counting adds a failure.
+passed=0
+failed_tests=0
+for log in "$log_dir/ctest-gcc.log" "$log_dir/ctest-clang.log"; do
+  [ -f "$log" ] || continue
+  read -r run_failed run_total < <(sed -n \
+    's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$log" | tail -1)
+  if [ -n "${run_total:-}" ]; then
+    passed=$((passed + run_total - run_failed))
+    failed_tests=$((failed_tests + run_failed))
+  fi
+done
+if [ -f "$log_dir/vm.log" ]; then
+  read -r vm_passed vm_failed < <(sed -n 's/^\([0-9]*\) passed, \([0-9]*\) failed$/\1 \2/p' \
+    "$log_dir/vm.log" | tail -1)
+  passed=$((passed + ${vm_passed:-0}))
+  failed_tests=$((failed_tests + ${vm_failed:-0}))
 fi
+if [ "$failed" -ne 0 ] && [ "$failed_tests" -eq 0 ]; then
+  failed_tests=1
+fi
+echo
+echo "suite: $passed passed, $failed_tests failed"
 exit "$failed"

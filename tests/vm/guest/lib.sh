@@ -1,0 +1,324 @@
+# Shared helpers of the virtual camera's scenarios (busybox sh). Sourced by
+# /init and by every scenario; a scenario is a short script that drives the
+# camera and records checks with the expect_* helpers, and the scenario
+# passes when it recorded at least one check and none failed.
+#
+# The camera's world:
+#   wlan0  the camera's station radio (root network namespace)
+#   wlan1  a second station radio, never associated by the world
+#   wlan2  home access point "HomeOpen", open, channel 1 (2412 MHz)
+#   wlan3  home access point "HomeWPA2", WPA2-PSK "correct horse", channel 6
+#          (2437 MHz), with a DHCP server (192.168.50.1, leases .100-.150)
+# wlan2 and wlan3 live in the network namespace "home": with both ends of a
+# link in one namespace the kernel would route the camera's traffic locally
+# instead of over the simulated air. Both channels are 2.4 GHz ones that
+# mac80211_hwsim's default (world) regulatory domain allows an AP to use; its
+# 5 GHz channels are no-initiate-radiation there.
+
+QVM_DIR=/usr/share/qira-vm
+QVM_STATE=/run/qvm
+QVM_FAILURES=$QVM_STATE/failures
+QVM_CHECKS=$QVM_STATE/checks
+QVM_HOME=$QVM_STATE/home
+
+CAMERA_IF=wlan0
+SPARE_IF=wlan1
+HOME_NS=home
+HOME_OPEN_IF=wlan2 HOME_OPEN_SSID=HomeOpen HOME_OPEN_CHANNEL=1 HOME_OPEN_FREQ=2412
+HOME_WPA2_IF=wlan3 HOME_WPA2_SSID=HomeWPA2 HOME_WPA2_CHANNEL=6 HOME_WPA2_FREQ=2437
+HOME_WPA2_PSK="correct horse"
+HOME_WPA2_ADDRESS=192.168.50.1
+RADIO_COUNT=4
+
+# busybox's shell runs its own "ip" applet for a bare "ip"; it knows no netns.
+ip() { /usr/sbin/ip "$@"; }
+in_home() { /usr/sbin/ip netns exec "$HOME_NS" "$@"; }
+
+uptime_s() { cut -d' ' -f1 /proc/uptime; }
+# Hundredths of a second since boot, as an integer.
+uptime_cs() {
+  local up
+  read -r up _ < /proc/uptime
+  up=${up%.*}${up#*.}
+  while [ "${#up}" -gt 1 ] && [ "${up#0}" != "$up" ]; do up=${up#0}; done
+  echo "$up"
+}
+
+step() { echo "--- [$(uptime_s)] $*"; }
+
+# ------------------------------------------------------------------ checks
+fail() {
+  echo "!!! FAIL: $*"
+  echo "$*" >> "$QVM_FAILURES"
+}
+note_check() { echo "$1" >> "$QVM_CHECKS"; }
+
+# expect_eq WHAT EXPECTED ACTUAL
+expect_eq() {
+  note_check "$1"
+  if [ "$2" = "$3" ]; then
+    echo "ok: $1 = '$3'"
+  else
+    fail "$1: expected '$2', got '$3'"
+  fi
+}
+
+# expect_match WHAT EXTENDED-REGEX ACTUAL
+expect_match() {
+  note_check "$1"
+  if printf '%s\n' "$3" | grep -Eq -- "$2"; then
+    echo "ok: $1 matches /$2/"
+  else
+    fail "$1: '$(printf '%s' "$3" | head -c 200)' does not match /$2/"
+  fi
+}
+
+# expect_within WHAT EXPECTED TOLERANCE ACTUAL (integers)
+expect_within() {
+  note_check "$1"
+  case $2$4 in *[!0-9-]* | "")
+    fail "$1: expected a number near '$2', got '$4'"
+    return
+    ;;
+  esac
+  local difference=$(($4 - $2))
+  [ "$difference" -lt 0 ] && difference=$((-difference))
+  if [ "$difference" -le "$3" ]; then
+    echo "ok: $1 = $4 (expected $2 +-$3)"
+  else
+    fail "$1: expected $2 +-$3, got '$4'"
+  fi
+}
+
+# expect_true WHAT COMMAND...: the command succeeds.
+expect_true() {
+  local what=$1
+  shift
+  note_check "$what"
+  if "$@"; then echo "ok: $what"; else fail "$what"; fi
+}
+
+# wait_for SECONDS COMMAND...: polls COMMAND every 0.1 s until it succeeds
+# (true) or SECONDS have passed (false). The only way the harness waits.
+wait_for() {
+  local deadline=$(($(uptime_cs) + $1 * 100))
+  shift
+  while :; do
+    "$@" > /dev/null 2>&1 && return 0
+    [ "$(uptime_cs)" -ge "$deadline" ] && return 1
+    sleep 0.1
+  done
+}
+
+# ------------------------------------------------------------------ JSON
+# json_flatten FILE: "PATH<TAB>KIND<TAB>VALUE" lines (see json_flat.awk).
+json_flatten() { awk -f "$QVM_DIR/json_flat.awk" "$1"; }
+# json_get FLAT PATH / json_kind FLAT PATH: a value, or its kind, from the
+# flattened file; empty when the path is absent.
+json_get() { awk -F '\t' -v p="$2" '$1 == p { print $3; exit }' "$1"; }
+json_kind() { awk -F '\t' -v p="$2" '$1 == p { print $2; exit }' "$1"; }
+# json_count FLAT PREFIX: how many array elements PREFIX.N.* exist.
+json_count() {
+  awk -F '\t' -v p="$2." 'index($1, p) == 1 { n = substr($1, length(p) + 1); sub(/\..*/, "", n); seen[n] = 1 }
+    END { c = 0; for (k in seen) c++; print c }' "$1"
+}
+
+# ------------------------------------------------------------------ processes
+# stop_pidfile FILE: ends the process a pid file names and waits until it is gone.
+stop_pidfile() {
+  local pid
+  [ -f "$1" ] || return 0
+  pid=$(cat "$1")
+  rm -f "$1"
+  [ -n "$pid" ] || return 0
+  kill "$pid" 2> /dev/null || return 0
+  wait_for 10 sh -c "! kill -0 $pid" || {
+    kill -9 "$pid" 2> /dev/null
+    wait_for 5 sh -c "! kill -0 $pid"
+  }
+}
+
+# ------------------------------------------------------------------ the world
+hostapd_enabled() { # hostapd_enabled IFNAME
+  in_home hostapd_cli -p "$QVM_HOME/hostapd" -i "$1" status 2> /dev/null | grep -qx 'state=ENABLED'
+}
+
+start_home_ap() { # start_home_ap IFNAME CONFIG-TEXT
+  printf '%s\n' "$2" > "$QVM_HOME/hostapd-$1.conf"
+  in_home /bin/hostapd -B -t -f "$QVM_HOME/hostapd-$1.log" -P "$QVM_HOME/hostapd-$1.pid" \
+    "$QVM_HOME/hostapd-$1.conf" || {
+    fail "hostapd on $1 did not start"
+    return 1
+  }
+  wait_for 20 hostapd_enabled "$1" || {
+    fail "hostapd on $1 not ENABLED within 20 s"
+    return 1
+  }
+}
+
+# Loads the radios, moves the access points' radios into "home" and starts the
+# two home networks. Once per boot, from /init.
+world_up() {
+  local ifname phy
+  mkdir -p "$QVM_HOME/hostapd"
+  : > /var/log/vendor-tools.log
+  modprobe mac80211_hwsim radios=$RADIO_COUNT || {
+    fail "modprobe mac80211_hwsim failed"
+    return 1
+  }
+  for module in ccm gcm ctr cmac; do
+    modprobe "$module" || {
+      fail "modprobe $module failed"
+      return 1
+    }
+  done
+  wait_for 10 test -e /sys/class/net/wlan$((RADIO_COUNT - 1)) || {
+    fail "the $RADIO_COUNT simulated radios did not appear"
+    return 1
+  }
+  ip netns add "$HOME_NS"
+  in_home ip link set lo up
+  for ifname in $HOME_OPEN_IF $HOME_WPA2_IF; do
+    phy=$(cat "/sys/class/net/$ifname/phy80211/name")
+    iw phy "$phy" set netns name "$HOME_NS" || {
+      fail "cannot move $phy ($ifname) into netns $HOME_NS"
+      return 1
+    }
+  done
+  start_home_ap "$HOME_OPEN_IF" "interface=$HOME_OPEN_IF
+driver=nl80211
+ctrl_interface=$QVM_HOME/hostapd
+ssid=$HOME_OPEN_SSID
+hw_mode=g
+channel=$HOME_OPEN_CHANNEL" || return 1
+  start_home_ap "$HOME_WPA2_IF" "interface=$HOME_WPA2_IF
+driver=nl80211
+ctrl_interface=$QVM_HOME/hostapd
+ssid=$HOME_WPA2_SSID
+hw_mode=g
+channel=$HOME_WPA2_CHANNEL
+wpa=2
+wpa_key_mgmt=WPA-PSK
+rsn_pairwise=CCMP
+wpa_passphrase=$HOME_WPA2_PSK" || return 1
+  in_home ip addr add "$HOME_WPA2_ADDRESS/24" dev "$HOME_WPA2_IF"
+  # --conf-file=/dev/null: /etc/dnsmasq.conf belongs to the camera's own
+  # setup access point, not to the home network.
+  in_home /bin/dnsmasq --conf-file=/dev/null --port=0 --interface="$HOME_WPA2_IF" \
+    --bind-interfaces --dhcp-authoritative \
+    --dhcp-range=192.168.50.100,192.168.50.150,255.255.255.0,1h \
+    --dhcp-leasefile="$QVM_HOME/dnsmasq.leases" --pid-file="$QVM_HOME/dnsmasq.pid" \
+    --user=root --group=root --log-facility="$QVM_HOME/dnsmasq.log" --log-dhcp || {
+    fail "home dnsmasq did not start"
+    return 1
+  }
+  wait_for 10 test -s "$QVM_HOME/dnsmasq.pid" || {
+    fail "home dnsmasq wrote no pid file"
+    return 1
+  }
+}
+
+# Gives the next scenario a fresh camera: no station daemons, station radios
+# down without addresses, an empty vendor-tool log; checks that the home
+# networks still run.
+camera_reset() {
+  local file ifname
+  for file in "$QVM_STATE"/*.pid; do
+    [ -e "$file" ] && stop_pidfile "$file"
+  done
+  rm -rf /var/run/wpa_supplicant "$QVM_STATE"/scenario
+  mkdir -p "$QVM_STATE/scenario"
+  for ifname in $CAMERA_IF $SPARE_IF; do
+    ip addr flush dev "$ifname"
+    ip link set "$ifname" down
+  done
+  : > /var/log/vendor-tools.log
+  hostapd_enabled "$HOME_OPEN_IF" || { fail "home AP $HOME_OPEN_SSID is down"; return 1; }
+  hostapd_enabled "$HOME_WPA2_IF" || { fail "home AP $HOME_WPA2_SSID is down"; return 1; }
+}
+
+# ------------------------------------------------------------------ the station
+wpa_state_is() { # wpa_state_is IFNAME STATE
+  wpa_cli -i "$1" status 2> /dev/null | grep -qx "wpa_state=$2"
+}
+
+# start_wpa_supplicant IFNAME CONFIG: runs /bin/wpa_supplicant on the
+# camera's radio and waits for its control socket.
+start_wpa_supplicant() {
+  /bin/wpa_supplicant -B -t -i "$1" -D nl80211 -c "$2" \
+    -P "$QVM_STATE/wpa_supplicant-$1.pid" -f "$QVM_STATE/scenario/wpa_supplicant-$1.log" || {
+    fail "wpa_supplicant on $1 did not start"
+    return 1
+  }
+  wait_for 10 test -S "/var/run/wpa_supplicant/$1" || {
+    fail "no wpa_supplicant control socket for $1 within 10 s"
+    return 1
+  }
+}
+
+# wait_associated IFNAME SECONDS
+wait_associated() {
+  wait_for "$2" wpa_state_is "$1" COMPLETED || {
+    fail "$1 not associated within $2 s (wpa_state: $(wpa_cli -i "$1" status 2> /dev/null | sed -n 's/^wpa_state=//p'))"
+    return 1
+  }
+}
+
+# ap_authorized AP-IFNAME STATION-ADDRESS: the home access point has
+# completed the station's key handshake (its port passes data).
+ap_authorized() {
+  in_home hostapd_cli -p "$QVM_HOME/hostapd" -i "$1" sta "$2" 2> /dev/null | grep -q '^flags=.*\[AUTHORIZED\]'
+}
+
+# dhcp_lease IFNAME: one DHCP exchange with busybox udhcpc; the address is
+# set by udhcpc.sh. Retries are counted, not timed by sleeps.
+dhcp_lease() {
+  udhcpc -i "$1" -n -q -t 10 -T 1 -A 1 -s "$QVM_DIR/udhcpc.sh" > "$QVM_STATE/scenario/udhcpc-$1.log" 2>&1 || {
+    fail "no DHCP lease on $1"
+    return 1
+  }
+}
+
+# ------------------------------------------------------------------ qira-wifi
+# qira_info FLAT-FILE IFNAME: runs "qira-wifi --json info IFNAME", keeps the
+# JSON beside FLAT-FILE and writes its flattened form into FLAT-FILE.
+qira_info() {
+  local flat=$1 ifname=$2 status
+  command -v qira-wifi > /dev/null || {
+    fail "qira-wifi is not in the image (built with --world-only?)"
+    return 1
+  }
+  qira-wifi --json info "$ifname" > "$flat.json" 2> "$flat.stderr"
+  status=$?
+  echo "qira-wifi --json info $ifname: exit $status"
+  cat "$flat.json"
+  [ "$status" -eq 0 ] || {
+    fail "qira-wifi --json info $ifname exited with $status: $(cat "$flat.stderr")"
+    return 1
+  }
+  json_flatten "$flat.json" > "$flat" || {
+    fail "qira-wifi printed JSON that does not parse"
+    return 1
+  }
+}
+
+# The answer of one query: its value, "null" for a success without an
+# answer, or "failed" when the query returned false.
+query_answer() { # query_answer FLAT NAME
+  case $(json_kind "$1" "queries.$2.ok") in
+    true) json_get "$1" "queries.$2.value" ;;
+    false) echo failed ;;
+    *) echo "absent" ;;
+  esac
+}
+
+# expect_query_fails FLAT NAME MESSAGE ERRNO: the query failed and logged
+# exactly one line, MESSAGE with errno ERRNO, at level 3 from the module.
+expect_query_fails() {
+  expect_eq "$2 result" failed "$(query_answer "$1" "$2")"
+  expect_eq "$2 log lines" 1 "$(json_count "$1" "queries.$2.log")"
+  expect_eq "$2 log message" "$3" "$(json_get "$1" "queries.$2.log.0.message")"
+  expect_eq "$2 log errno" "$4" "$(json_get "$1" "queries.$2.log.0.errno")"
+  expect_eq "$2 log level" 3 "$(json_get "$1" "queries.$2.log.0.level")"
+  expect_eq "$2 log module" qira_network_utils_wireless "$(json_get "$1" "queries.$2.log.0.module")"
+}
