@@ -48,8 +48,11 @@ WirelessModule::~WirelessModule() {
   close();
 }
 
-bool WirelessModule::open(const std::string& path, std::string* error) {
+bool WirelessModule::open(const std::string& path, std::string* error, unsigned int subsystems) {
   close();
+  // Scan borrows the events socket: asking for it asks for events.
+  const bool want_scan = (subsystems & kScanSubsystem) != 0;
+  const bool want_events = want_scan || (subsystems & kEventsSubsystem) != 0;
   iface_ = qira::netlib::iface_state{};
   iface_.ioctl_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (iface_.ioctl_fd < 0) {
@@ -76,11 +79,20 @@ bool WirelessModule::open(const std::string& path, std::string* error) {
     close();
     return false;
   }
-  // A module without the events or scan routines runs without those parts.
   lifecycle_routine events_init = find_routine(handle_, kEventsInit);
   lifecycle_routine events_close = find_routine(handle_, kEventsClose);
   lifecycle_routine scan_init = find_routine(handle_, kScanInit);
   lifecycle_routine scan_close = find_routine(handle_, kScanClose);
+  if (want_events && (events_init == nullptr || events_close == nullptr)) {
+    set_error(error, module_path + " has no netlib_libevents_wireless_init or _close");
+    close();
+    return false;
+  }
+  if (want_scan && (scan_init == nullptr || scan_close == nullptr)) {
+    set_error(error, module_path + " has no netlib_libscan_wireless_init or _close");
+    close();
+    return false;
+  }
 
   context_.internal_call = 1;
   bool iface_started = iface_init(context());
@@ -88,14 +100,15 @@ bool WirelessModule::open(const std::string& path, std::string* error) {
   if (!ok) {
     set_error(error, "netlib_libiface_wireless_init failed");
   }
-  if (ok && events_init != nullptr && events_close != nullptr) {
+  if (ok && want_events) {
     ok = events_started_ = events_init(context());
     if (!ok) {
+      // A failed events init leaves its slot as it was, pointing at freed
+      // memory: the module must not be called with this context again.
       set_error(error, "netlib_libevents_wireless_init failed");
     }
   }
-  // The scan module borrows the events module's socket: no events, no scan.
-  if (ok && events_started_ && scan_init != nullptr && scan_close != nullptr) {
+  if (ok && want_scan) {
     ok = scan_started_ = scan_init(context());
     if (!ok) {
       set_error(error, "netlib_libscan_wireless_init failed");

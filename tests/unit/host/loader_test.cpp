@@ -9,6 +9,7 @@
 #include <string>
 
 #include "qira/host/loader.h"
+#include "support/nl80211_sim.h"
 
 namespace {
 
@@ -91,6 +92,50 @@ TEST(LoaderTest, LoadsTheRealModuleAndBuildsTheContext) {
   EXPECT_FALSE(module.is_open());
   EXPECT_EQ(nullptr, module.layout().iface);
   EXPECT_EQ(-1, ::fcntl(fd, F_GETFD));
+}
+
+TEST(LoaderTest, ByDefaultOnlyTheInterfaceSubsystemStarts) {
+  // No generic netlink socket may be opened: this machine may have no nl80211.
+  qira::test::SimulatedNl80211 kernel;
+  WirelessModule module;
+  std::string error;
+  ASSERT_TRUE(module.open("", &error)) << error;
+  EXPECT_FALSE(module.events_started());
+  EXPECT_FALSE(module.scan_started());
+  EXPECT_EQ(nullptr, module.layout().wireless_events);
+  EXPECT_EQ(nullptr, module.layout().wireless_scan);
+  EXPECT_EQ(0, kernel.sockets_created());
+}
+
+TEST(LoaderTest, EventsStartOnRequestAndStopOnClose) {
+  qira::test::SimulatedNl80211 kernel;
+  WirelessModule module;
+  std::string error;
+  ASSERT_TRUE(module.open("", &error, qira::host::kEventsSubsystem)) << error;
+  EXPECT_TRUE(module.events_started());
+  EXPECT_FALSE(module.scan_started());
+  EXPECT_NE(nullptr, module.layout().wireless_events);
+  EXPECT_EQ(0, module.layout().internal_call);
+  EXPECT_EQ(1u, kernel.sockets().size());
+  module.close();
+  EXPECT_FALSE(module.events_started());
+  EXPECT_TRUE(kernel.sockets().empty());
+}
+
+TEST(LoaderTest, AFailedEventsInitFailsTheLoadAndLeavesNothingOpen) {
+  qira::test::SimulatedNl80211 kernel;
+  kernel.remove_family("nl80211");
+  const int before = open_descriptor_count();
+  WirelessModule module;
+  std::string error;
+  EXPECT_FALSE(module.open("", &error, qira::host::kEventsSubsystem));
+  EXPECT_EQ("netlib_libevents_wireless_init failed", error);
+  EXPECT_FALSE(module.is_open());
+  EXPECT_FALSE(module.events_started());
+  EXPECT_EQ(nullptr, module.layout().wireless_events);
+  EXPECT_EQ(nullptr, module.layout().iface);
+  EXPECT_TRUE(kernel.sockets().empty());
+  EXPECT_EQ(before, open_descriptor_count());
 }
 
 TEST(LoaderTest, InterfaceInitResetsAHookLeftInTheState) {
