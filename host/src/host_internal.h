@@ -21,6 +21,8 @@ Clock* exchange_clock(Clock* clock);
 LogSink exchange_log_sink(LogSink sink);
 // Copies the installed identity record into `out`; false when none is installed.
 bool copy_identity_record(qira::variant::Variant& out);
+// The installed NetlibRecorder, or null when the wired functions act.
+NetlibRecorder* current_netlib_recorder();
 
 // Owns one descriptor; closes it on destruction.
 class unique_fd {

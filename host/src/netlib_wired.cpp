@@ -167,9 +167,21 @@ std::string value_or_fallback(bool valid, const char* what, const std::string& v
   return fallback;
 }
 
+const char* flag_text(bool flag) {
+  return flag ? "true" : "false";
+}
+
+// The installed NetlibRecorder, which then answers instead of the function.
+qira::host::NetlibRecorder* recorder() {
+  return qira::host::internal::current_netlib_recorder();
+}
+
 }  // namespace
 
 bool netlib_iface_set_up(void* ctx, const std::string& ifname, bool up) {
+  if (auto* seam = recorder()) {
+    return seam->record({__func__, ctx, {ifname, flag_text(up)}, {}});
+  }
   ifreq request;
   if (!make_ifreq(ifname, request)) {
     return false;
@@ -196,7 +208,10 @@ bool netlib_iface_set_up(void* ctx, const std::string& ifname, bool up) {
   return true;
 }
 
-bool netlib_netm_flush_iface(void* /*ctx*/, const std::string& ifname) {
+bool netlib_netm_flush_iface(void* ctx, const std::string& ifname) {
+  if (auto* seam = recorder()) {
+    return seam->record({__func__, ctx, {ifname}, {}});
+  }
   unsigned int ifindex = ::if_nametoindex(ifname.c_str());
   if (ifindex == 0) {
     HOST_LOG(kHostModule, kLogError, errno, "Unknown interface %s", ifname.c_str());
@@ -211,6 +226,9 @@ bool netlib_netm_flush_iface(void* /*ctx*/, const std::string& ifname) {
 }
 
 bool netlib_netm_configure_dhcp(void* ctx, const std::string& ifname) {
+  if (auto* seam = recorder()) {
+    return seam->record({__func__, ctx, {ifname}, {}});
+  }
   if (!netlib_iface_set_up(ctx, ifname, true)) {
     return false;
   }
@@ -223,11 +241,17 @@ bool netlib_netm_configure_dhcp(void* ctx, const std::string& ifname) {
 }
 
 bool netlib_netm_configure_interface(void* ctx, const std::string& ifname) {
+  if (auto* seam = recorder()) {
+    return seam->record({__func__, ctx, {ifname}, {}});
+  }
   return netlib_iface_set_up(ctx, ifname, true);
 }
 
 bool netlib_netm_configure_ip_addr(void* ctx, const std::string& ifname, const std::string& address,
                                    const std::string& netmask, const std::string& gateway) {
+  if (auto* seam = recorder()) {
+    return seam->record({__func__, ctx, {ifname, address, netmask, gateway}, {}});
+  }
   using qira::utils::ipv4_address_valid;
   if (!valid_or_log(ipv4_address_valid(address, true, false), "IPv4 address", address, ifname) ||
       !valid_or_log(qira::utils::ipv4_netmask_valid(netmask, true), "IPv4 netmask", netmask,
@@ -254,6 +278,13 @@ bool netlib_netm_configure_static(void* ctx, const std::string& ifname, const st
                                   const std::vector<std::string>& name_servers,
                                   const std::string& search_domain, const std::string& hostname,
                                   bool fallback) {
+  if (auto* seam = recorder()) {
+    return seam->record(
+        {__func__,
+         ctx,
+         {ifname, address, netmask, gateway, search_domain, hostname, flag_text(fallback)},
+         name_servers});
+  }
   for (const std::string& server : name_servers) {
     if (!valid_or_log(qira::utils::ipv4_address_valid(server, true, false), "name server", server,
                       ifname)) {
@@ -276,6 +307,9 @@ bool netlib_netm_configure_static(void* ctx, const std::string& ifname, const st
 bool netlib_netm_configure_static_fallback(void* ctx, const std::string& ifname,
                                            const std::string& address, const std::string& netmask,
                                            const std::string& gateway) {
+  if (auto* seam = recorder()) {
+    return seam->record({__func__, ctx, {ifname, address, netmask, gateway}, {}});
+  }
   using qira::utils::ipv4_address_valid;
   std::string use_address = value_or_fallback(ipv4_address_valid(address, true, false),
                                               "IPv4 address", address, kFallbackAddress, ifname);

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <optional>
+#include <utility>
 
 #include "host_internal.h"
 
@@ -46,6 +48,9 @@ int ProcessRecorder::run_shell(const std::string& command) {
     pass_through = pass_through_;
     calls_.push_back(ProcessCall{ProcessCall::kShell, command, {}, 0});
   }
+  if (std::optional<int> chosen = respond(ProcessCall{ProcessCall::kShell, command, {}, 0})) {
+    return *chosen;
+  }
   if (pass_through) {
     int real = real_process_runner().run_shell(command);
     return result_for(command, real);
@@ -59,6 +64,9 @@ int ProcessRecorder::run(const std::string& program, const std::vector<std::stri
     std::lock_guard<std::mutex> lock(mutex_);
     pass_through = pass_through_;
     calls_.push_back(ProcessCall{ProcessCall::kExec, program, args, 0});
+  }
+  if (std::optional<int> chosen = respond(ProcessCall{ProcessCall::kExec, program, args, 0})) {
+    return *chosen;
   }
   if (pass_through) {
     int real = real_process_runner().run(program, args);
@@ -75,6 +83,12 @@ int ProcessRecorder::start_daemon(const std::string& program, const std::vector<
     std::lock_guard<std::mutex> lock(mutex_);
     pass_through = pass_through_;
     calls_.push_back(ProcessCall{ProcessCall::kDaemon, program, args, 0});
+  }
+  if (std::optional<int> chosen = respond(ProcessCall{ProcessCall::kDaemon, program, args, 0})) {
+    if (pid != nullptr) {
+      *pid = 0;  // nothing was started
+    }
+    return *chosen;
   }
   if (pass_through) {
     int real =
@@ -94,6 +108,9 @@ int ProcessRecorder::signal_by_name(const std::string& name, int signal) {
     pass_through = pass_through_;
     calls_.push_back(ProcessCall{ProcessCall::kSignal, name, {}, signal});
   }
+  if (std::optional<int> chosen = respond(ProcessCall{ProcessCall::kSignal, name, {}, signal})) {
+    return *chosen;
+  }
   if (pass_through) {
     int real = real_process_runner().signal_by_name(name, signal);
     return result_for(name, real);
@@ -104,6 +121,22 @@ int ProcessRecorder::signal_by_name(const std::string& name, int signal) {
 void ProcessRecorder::set_result(const std::string& program, int result) {
   std::lock_guard<std::mutex> lock(mutex_);
   results_.emplace_back(program, result);
+}
+
+void ProcessRecorder::set_responder(Responder responder) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  responder_ = std::move(responder);
+}
+
+// The responder runs without the lock held, so that it may itself look at
+// the recorder.
+std::optional<int> ProcessRecorder::respond(const ProcessCall& call) const {
+  Responder responder;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    responder = responder_;
+  }
+  return responder ? responder(call) : std::nullopt;
 }
 
 void ProcessRecorder::set_pass_through(bool enabled) {

@@ -6,7 +6,9 @@
 
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qira/variant/variant.h"
@@ -100,18 +102,63 @@ class ProcessRecorder : public ProcessRunner {
   // run/run_shell default 0, start_daemon default 1, signal_by_name default 0.
   void set_result(const std::string& program, int result);
   void set_pass_through(bool enabled);
+  // Chooses results by the whole call (kind, program and arguments), for
+  // programs run several times with different arguments: a value it answers
+  // wins over set_result and pass-through; std::nullopt leaves the call to
+  // them. An empty responder (the default) answers nothing.
+  using Responder = std::function<std::optional<int>(const ProcessCall& call)>;
+  void set_responder(Responder responder);
 
   std::vector<ProcessCall> calls() const;
   void clear();
 
  private:
   int result_for(const std::string& program, int fallback) const;
+  std::optional<int> respond(const ProcessCall& call) const;
 
   mutable std::mutex mutex_;
   std::vector<ProcessCall> calls_;
   std::vector<std::pair<std::string, int>> results_;
   bool pass_through_ = false;
+  Responder responder_;
   ProcessRunner* previous_;
+};
+
+// ---- Wired netlib functions -------------------------------------------------
+
+// One call of a wired netlib function of qira/network/netlib_host.h.
+struct NetlibCall {
+  std::string function;                   // its name, e.g. "netlib_iface_set_up"
+  void* ctx = nullptr;                    // the context passed
+  std::vector<std::string> args;          // the text arguments after the context, in
+                                          // order; a bool as "true" or "false"
+  std::vector<std::string> name_servers;  // netlib_netm_configure_static only
+};
+
+// While alive, every wired netlib function records its call and answers the
+// result chosen for it (default true) without touching any interface, route
+// or file: the module's calls are observed and steered, and the machine's
+// network stays as it is. Only one recorder acts at a time (the newest).
+class NetlibRecorder {
+ public:
+  NetlibRecorder();   // installs itself
+  ~NetlibRecorder();  // restores the previous recorder, or the real functions
+  NetlibRecorder(const NetlibRecorder&) = delete;
+  NetlibRecorder& operator=(const NetlibRecorder&) = delete;
+
+  // Result of every later call of `function` (a name as in NetlibCall).
+  void set_result(const std::string& function, bool result);
+  std::vector<NetlibCall> calls() const;
+  void clear();
+
+  // Records `call` and returns its chosen result (used by the host functions).
+  bool record(NetlibCall call);
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<NetlibCall> calls_;
+  std::vector<std::pair<std::string, bool>> results_;
+  NetlibRecorder* previous_;
 };
 
 // ---- Clock -----------------------------------------------------------------

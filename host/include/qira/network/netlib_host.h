@@ -5,6 +5,8 @@
 // returns true on success. Each failure is logged once, at level 3 with module
 // name "qira_host" and the errno value. Every call acts in the network
 // namespace of the calling thread and blocks only for the kernel requests.
+// While a qira::host::NetlibRecorder (qira/host/seams.h) is installed, each
+// function only records its call and returns the result chosen for it.
 #ifndef QIRA_NETWORK_NETLIB_HOST_H
 #define QIRA_NETWORK_NETLIB_HOST_H
 
