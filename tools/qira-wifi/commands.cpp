@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace qira::wifi {
 
@@ -19,6 +20,18 @@ const std::vector<Command>& command_table() {
   static const std::vector<Command> commands = {
       {"info", "IFNAME", "load the module and print every wireless query of IFNAME", 1, 1,
        run_info},
+      {"events", "[--count N] [--timeout MS]",
+       "print nl80211 events (type, name, payload) until interrupted, N events or MS", 0, 0,
+       run_events},
+      {"write-sta", "IFNAME SSID KEY [AUTH PSK]",
+       "write /etc/wlan0.conf for one network (root; for the camera or its VM)", 3, 5,
+       run_write_sta},
+      {"wpa", "IFNAME COMMAND...",
+       "send one command to the wpa_supplicant of IFNAME and print its reply", 2,
+       std::numeric_limits<std::size_t>::max(), run_wpa},
+      {"wpa-events", "IFNAME [--timeout MS]",
+       "print the events of the wpa_supplicant of IFNAME until interrupted or --timeout", 1, 1,
+       run_wpa_events},
   };
   return commands;
 }
@@ -39,6 +52,9 @@ std::string usage_text() {
                      "  --verbose      also print every module log line on stderr\n"
                      "  --module PATH  load the module from PATH (default: "
                      "$QIRA_WIRELESS_MODULE, else libqira_network_utils_wireless.so.1)\n"
+                     "  --timeout MS   wpa: wait this long for the reply (default 10000); "
+                     "wpa-events, events: stop after this long\n"
+                     "  --count N      events: stop after N events\n"
                      "  --help         print this help\n"
                      "\n"
                      "commands:\n";

@@ -14,9 +14,10 @@ namespace qira::wifi {
 
 // Exit statuses of the program.
 enum ExitStatus {
-  kExitOk = 0,           // the command ran (a failed query is still an answer)
-  kExitModuleError = 1,  // the module could not be loaded or lacks a function
-  kExitUsage = 2,        // bad options, command or arguments
+  kExitOk = 0,            // the command ran (a failed query is still an answer)
+  kExitModuleError = 1,   // the module could not be loaded or lacks a function
+  kExitUsage = 2,         // bad options, command or arguments
+  kExitActionFailed = 3,  // the module reported that an action (a file, a mode) failed
 };
 
 // Where a command writes: its answer to `out`, diagnostics to `err`.
@@ -49,6 +50,13 @@ int run_program(const std::vector<std::string>& args, Streams& streams);
 
 // Handlers, one file each.
 int run_info(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
+int run_events(const GlobalOptions& options, const std::vector<std::string>& args,
+               Streams& streams);
+int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& args,
+                  Streams& streams);
+int run_wpa(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
+int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>& args,
+                   Streams& streams);
 
 }  // namespace qira::wifi
 

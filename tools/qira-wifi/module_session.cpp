@@ -20,10 +20,10 @@ std::string demangle(const char* name) {
 
 }  // namespace
 
-bool ModuleSession::open(const std::string& path, std::string& error) {
+bool ModuleSession::open(const std::string& path, std::string& error, unsigned int subsystems) {
   path_ = path.empty() ? qira::host::WirelessModule::default_path() : path;
   std::string reason;
-  if (!module_.open(path_, &reason)) {
+  if (!module_.open(path_, &reason, subsystems)) {
     // The loader names the file when opening it failed; say which module it
     // was when an init routine or the ioctl socket failed instead.
     error = reason.find(path_) == std::string::npos ? reason + " (module " + path_ + ")" : reason;

@@ -16,9 +16,11 @@ class ModuleSession {
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
 
-  // Opens the module at `path` (the loader's default when empty) and runs its
-  // init routines. False, with `error` set, when that fails.
-  bool open(const std::string& path, std::string& error);
+  // Opens the module at `path` (the loader's default when empty) and runs the
+  // init routines of `subsystems` (qira::host::Subsystem bits; the interface
+  // alone by default). False, with `error` set, when that fails.
+  bool open(const std::string& path, std::string& error,
+            unsigned int subsystems = qira::host::kInterfaceSubsystem);
   // The path the module was opened from, as given to the loader.
   const std::string& path() const { return path_; }
   void* context() { return module_.context(); }

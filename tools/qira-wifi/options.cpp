@@ -1,10 +1,29 @@
 #include "options.h"
 
+#include <cerrno>
+#include <cstdlib>
+
 namespace qira::wifi {
 
 namespace {
 
 constexpr const char kModuleOption[] = "--module";
+constexpr const char kTimeoutOption[] = "--timeout";
+constexpr const char kCountOption[] = "--count";
+
+// A number of milliseconds: decimal digits only, within 64 bits.
+bool parse_milliseconds(const std::string& text, unsigned long long& out) {
+  if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) {
+    return false;
+  }
+  errno = 0;
+  const unsigned long long value = std::strtoull(text.c_str(), nullptr, 10);
+  if (errno == ERANGE) {
+    return false;
+  }
+  out = value;
+  return true;
+}
 
 }  // namespace
 
@@ -36,6 +55,36 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
         error = "option --module needs a PATH";
         return false;
       }
+    } else if (word == kTimeoutOption || word.rfind(std::string(kTimeoutOption) + "=", 0) == 0) {
+      std::string value;
+      if (word == kTimeoutOption) {
+        if (i + 1 < args.size()) {
+          value = args[++i];
+        }
+      } else {
+        value = word.substr(sizeof(kTimeoutOption));
+      }
+      unsigned long long milliseconds = 0;
+      if (!parse_milliseconds(value, milliseconds)) {
+        error = "option --timeout needs a number of milliseconds";
+        return false;
+      }
+      result.options.timeout_ms = milliseconds;
+    } else if (word == kCountOption || word.rfind(std::string(kCountOption) + "=", 0) == 0) {
+      std::string value;
+      if (word == kCountOption) {
+        if (i + 1 < args.size()) {
+          value = args[++i];
+        }
+      } else {
+        value = word.substr(sizeof(kCountOption));
+      }
+      unsigned long long count = 0;
+      if (!parse_milliseconds(value, count)) {
+        error = "option --count needs a number";
+        return false;
+      }
+      result.options.count = count;
     } else {
       error = "unknown option " + word;
       return false;

@@ -3,6 +3,7 @@
 #ifndef QIRA_TOOLS_QIRA_WIFI_OPTIONS_H
 #define QIRA_TOOLS_QIRA_WIFI_OPTIONS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,10 @@ struct GlobalOptions {
   bool verbose = false;     // --verbose: echo every module log line on stderr
   bool help = false;        // --help: print the usage and stop
   std::string module_path;  // --module PATH; empty means the loader's default
+  // --timeout MS: how long the wpa commands wait; unset means their default.
+  std::optional<unsigned long long> timeout_ms;
+  // --count N: events stops after N events; unset means no limit.
+  std::optional<unsigned long long> count;
 };
 
 struct CommandLine {
@@ -21,9 +26,10 @@ struct CommandLine {
 };
 
 // Splits `args` (argv without the program name). Global options are taken
-// wherever they stand, as "--module PATH" or "--module=PATH"; "--" ends the
-// options. Any other word that starts with '-' is an error: commands take no
-// options of their own yet. False, with `error` set, on a bad option.
+// wherever they stand, as "--module PATH" or "--module=PATH" (and the same
+// for "--timeout MS", MS in decimal digits); "--" ends the options. Any other word that starts with
+// '-' is an error: commands take no options of their own yet. False, with `error` set, on a bad
+// option.
 bool parse_command_line(const std::vector<std::string>& args, CommandLine& out, std::string& error);
 
 }  // namespace qira::wifi

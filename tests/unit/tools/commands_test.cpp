@@ -32,6 +32,15 @@ TEST(Commands, TableHasInfo) {
   EXPECT_EQ(info->run, &run_info);
 }
 
+TEST(Commands, TableHasWriteSta) {
+  const Command* write_sta = find_command("write-sta");
+  ASSERT_NE(write_sta, nullptr);
+  EXPECT_STREQ(write_sta->arguments, "IFNAME SSID KEY [AUTH PSK]");
+  EXPECT_EQ(write_sta->min_args, 3u);
+  EXPECT_EQ(write_sta->max_args, 5u);
+  EXPECT_EQ(write_sta->run, &run_write_sta);
+}
+
 TEST(Commands, UnknownNameIsNotFound) {
   EXPECT_EQ(find_command("inf"), nullptr);
   EXPECT_EQ(find_command(""), nullptr);
@@ -46,10 +55,22 @@ TEST(Commands, UsageText) {
             "  --verbose      also print every module log line on stderr\n"
             "  --module PATH  load the module from PATH (default: $QIRA_WIRELESS_MODULE, else "
             "libqira_network_utils_wireless.so.1)\n"
+            "  --timeout MS   wpa: wait this long for the reply (default 10000); wpa-events, "
+            "events: stop after this long\n"
+            "  --count N      events: stop after N events\n"
             "  --help         print this help\n"
             "\n"
             "commands:\n"
-            "  info IFNAME  load the module and print every wireless query of IFNAME\n");
+            "  info IFNAME                           load the module and print every wireless "
+            "query of IFNAME\n"
+            "  events [--count N] [--timeout MS]     print nl80211 events (type, name, payload) "
+            "until interrupted, N events or MS\n"
+            "  write-sta IFNAME SSID KEY [AUTH PSK]  write /etc/wlan0.conf for one network "
+            "(root; for the camera or its VM)\n"
+            "  wpa IFNAME COMMAND...                 send one command to the wpa_supplicant of "
+            "IFNAME and print its reply\n"
+            "  wpa-events IFNAME [--timeout MS]      print the events of the wpa_supplicant of "
+            "IFNAME until interrupted or --timeout\n");
 }
 
 TEST(Commands, HelpPrintsUsageOnStdoutAndSucceeds) {

@@ -64,6 +64,29 @@ TEST(Options, ModuleWithoutPathIsAnError) {
   EXPECT_EQ(parse_error({"--module", "", "info"}), "option --module needs a PATH");
 }
 
+TEST(Options, TimeoutIsUnsetByDefault) {
+  EXPECT_FALSE(parse_ok({"wpa-events", "wlan0"}).options.timeout_ms.has_value());
+}
+
+TEST(Options, TimeoutTakesTheNextWordOrEqualsSign) {
+  const CommandLine line = parse_ok({"wpa-events", "wlan0", "--timeout", "1500"});
+  EXPECT_EQ(line.options.timeout_ms, 1500ULL);
+  EXPECT_EQ(line.words, (std::vector<std::string>{"wpa-events", "wlan0"}));
+  EXPECT_EQ(parse_ok({"--timeout=0", "wpa", "wlan0", "PING"}).options.timeout_ms, 0ULL);
+  EXPECT_EQ(parse_ok({"--timeout", "18446744073709551615"}).options.timeout_ms,
+            18446744073709551615ULL);
+}
+
+TEST(Options, TimeoutNeedsDecimalMilliseconds) {
+  const std::string error = "option --timeout needs a number of milliseconds";
+  EXPECT_EQ(parse_error({"wpa-events", "wlan0", "--timeout"}), error);
+  EXPECT_EQ(parse_error({"--timeout=", "wpa-events", "wlan0"}), error);
+  EXPECT_EQ(parse_error({"--timeout", "1s"}), error);
+  EXPECT_EQ(parse_error({"--timeout", "-1"}), error);
+  EXPECT_EQ(parse_error({"--timeout", "+1"}), error);
+  EXPECT_EQ(parse_error({"--timeout", "99999999999999999999"}), error);
+}
+
 TEST(Options, HelpInBothSpellings) {
   EXPECT_TRUE(parse_ok({"--help"}).options.help);
   EXPECT_TRUE(parse_ok({"info", "-h"}).options.help);
@@ -83,6 +106,19 @@ TEST(Options, DoubleDashEndsTheOptions) {
 
 TEST(Options, LoneDashIsAWord) {
   EXPECT_EQ(parse_ok({"info", "-"}).words, (std::vector<std::string>{"info", "-"}));
+}
+
+TEST(Options, CountIsUnsetByDefaultAndTakesANumber) {
+  EXPECT_FALSE(parse_ok({"events"}).options.count.has_value());
+  EXPECT_EQ(parse_ok({"events", "--count", "3"}).options.count, 3ULL);
+  EXPECT_EQ(parse_ok({"--count=0", "events"}).options.count, 0ULL);
+  EXPECT_EQ(parse_ok({"events", "--count", "2"}).words, (std::vector<std::string>{"events"}));
+}
+
+TEST(Options, CountNeedsADecimalNumber) {
+  EXPECT_EQ(parse_error({"events", "--count"}), "option --count needs a number");
+  EXPECT_EQ(parse_error({"events", "--count", "-1"}), "option --count needs a number");
+  EXPECT_EQ(parse_error({"events", "--count=x"}), "option --count needs a number");
 }
 
 }  // namespace

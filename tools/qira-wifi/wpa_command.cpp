@@ -1,0 +1,162 @@
+#include "wpa_command.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <csignal>
+#include <ostream>
+#include <utility>
+
+#include "commands.h"
+#include "event_names.h"
+#include "output.h"
+#include "qira/host/seams.h"
+#include "qira/host_globals.h"
+#include "qira/network/wpa_client.h"
+#include "stop_signals.h"
+
+namespace qira::wifi {
+
+namespace {
+
+namespace network = qira::network;
+using qira::host::LogCapture;
+using qira::host::LogRecord;
+
+// The module's log lines of one command: kept to explain a failure and, with
+// --verbose, echoed to stderr in the host's format (at the latest when the
+// command ends).
+class CommandLog {
+ public:
+  CommandLog(bool verbose, std::ostream& err) : verbose_(verbose), err_(err) {}
+  ~CommandLog() { echo(); }
+  CommandLog(const CommandLog&) = delete;
+  CommandLog& operator=(const CommandLog&) = delete;
+
+  // The lines logged since the last take, echoed first with --verbose.
+  // Taking them also keeps a long `wpa-events` run from piling them up.
+  std::vector<LogRecord> take() {
+    echo();
+    std::vector<LogRecord> records = capture_.records();
+    capture_.clear();
+    echoed_ = 0;
+    return records;
+  }
+
+ private:
+  void echo() {
+    if (!verbose_) {
+      return;
+    }
+    const std::vector<LogRecord> records = capture_.records();
+    for (; echoed_ < records.size(); ++echoed_) {
+      err_ << qira::host::format_log_record(records[echoed_]) << "\n";
+    }
+  }
+
+  bool verbose_;
+  std::ostream& err_;
+  LogCapture capture_;
+  std::size_t echoed_ = 0;
+};
+
+// The client could not be set up: says why, in the module's words.
+int unreachable(const std::string& ifname, CommandLog& log, Streams& streams) {
+  streams.err << "qira-wifi: cannot reach the wpa_supplicant of " << ifname << ": "
+              << describe_failure(log.take()) << "\n";
+  return kExitActionFailed;
+}
+
+// Where `wpa-events` prints, handed to the client as the subscriber's data.
+struct EventPrinter {
+  std::ostream* out;
+  CommandLog* log;
+};
+
+// Subscriber of every event: one line each, written at once so that a
+// reader of a pipe sees events as they come.
+void print_event(network::event_type type, const qira::variant::Variant& payload, void* data) {
+  auto* printer = static_cast<EventPrinter*>(data);
+  printer->log->take();
+  *printer->out << format_event_line(type, payload) << std::flush;
+}
+
+}  // namespace
+
+std::string format_event_line(network::event_type type, const qira::variant::Variant& payload) {
+  return std::to_string(static_cast<int>(type)) + " " + event_type_name(static_cast<int>(type)) +
+         " " + payload.ToJSON() + "\n";
+}
+
+std::string join_command(const std::vector<std::string>& words) {
+  std::string command;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (i > 0) {
+      command += " ";
+    }
+    command += words[i];
+  }
+  return command;
+}
+
+int run_wpa(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams) {
+  const std::string& ifname = args.at(0);
+  const std::string command = join_command(std::vector<std::string>(args.begin() + 1, args.end()));
+  const unsigned long long timeout = options.timeout_ms.value_or(kDefaultWpaReplyTimeoutMs);
+  CommandLog log(options.verbose, streams.err);
+  network::WpaClient client;
+  if (!client.Init(ifname)) {
+    return unreachable(ifname, log, streams);
+  }
+  std::string reply;
+  if (!client.Request(command, reply, timeout)) {
+    streams.err << "qira-wifi: " << command << " to the wpa_supplicant of " << ifname << ": "
+                << describe_failure(log.take()) << "\n";
+    return kExitActionFailed;
+  }
+  if (reply.empty()) {
+    streams.err << "qira-wifi: no reply from the wpa_supplicant of " << ifname << " within "
+                << timeout << " ms\n";
+    return kExitActionFailed;
+  }
+  streams.out << reply;
+  return kExitOk;
+}
+
+int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>& args,
+                   Streams& streams) {
+  const std::string& ifname = args.at(0);
+  StopSignals signals;
+  CommandLog log(options.verbose, streams.err);
+  network::WpaClient client;
+  if (!client.Init(ifname)) {
+    return unreachable(ifname, log, streams);
+  }
+  EventPrinter printer{&streams.out, &log};
+  if (!client.Subscribe(&print_event, &printer)) {
+    streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " refused ATTACH\n";
+    return kExitActionFailed;
+  }
+  const unsigned long long started = nowMs();
+  while (!signals.requested() && client.IsInitialized()) {
+    unsigned long long slice = kEventSliceMs;
+    if (options.timeout_ms) {
+      const unsigned long long elapsed = nowMs() - started;
+      if (elapsed >= *options.timeout_ms) {
+        break;
+      }
+      slice = std::min(slice, *options.timeout_ms - elapsed);
+    }
+    if (!client.Service(slice)) {
+      streams.err << "qira-wifi: receiving from the wpa_supplicant of " << ifname << " failed\n";
+      return kExitActionFailed;
+    }
+    log.take();
+  }
+  if (!client.IsInitialized()) {
+    streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " is terminating\n";
+  }
+  return kExitOk;
+}
+
+}  // namespace qira::wifi

@@ -1,0 +1,89 @@
+#include "write_sta_command.h"
+
+#include "commands.h"
+#include "input_checks.h"
+#include "output.h"
+#include "qira/network/netlib_netm.h"
+
+namespace qira::wifi {
+
+namespace {
+
+constexpr const char* kStationFile = "/etc/wlan0.conf";
+// The frequency is accepted by the module and not written; none is asked for.
+constexpr int kNoFrequency = 0;
+
+}  // namespace
+
+std::optional<std::string> parse_station_request(const std::vector<std::string>& args,
+                                                 StationRequest& request) {
+  request = StationRequest{};
+  request.ifname = args.at(0);
+  request.ssid = args.at(1);
+  request.key = args.at(2);
+  request.auth = args.size() > 3 ? args[3] : "";
+  request.psk = args.size() > 4 ? args[4] : "";
+  if (auto fault = check_device_name(request.ifname)) {
+    return fault;
+  }
+  if (auto fault = check_ssid(request.ssid, TargetFile::kStation)) {
+    return fault;
+  }
+  return check_passphrase(request.psk, TargetFile::kStation);
+}
+
+bool write_station_file(ModuleSession& session, const StationRequest& request,
+                        WriteStaResult& result, std::string& error) {
+  auto* configure_sta = session.function(&qira::network::netlib_netm_configure_sta, error);
+  if (configure_sta == nullptr) {
+    return false;
+  }
+  qira::host::LogCapture capture;
+  result.ok = configure_sta(session.context(), request.ifname, request.ssid, kNoFrequency,
+                            request.key, request.auth, request.psk, "", "", "", "");
+  result.log = capture.records();
+  return true;
+}
+
+int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& args,
+                  Streams& streams) {
+  StationRequest request;
+  if (auto fault = parse_station_request(args, request)) {
+    streams.err << "qira-wifi: " << *fault << "\n";
+    return kExitUsage;
+  }
+  ModuleSession session;
+  std::string error;
+  if (!session.open(options.module_path, error)) {
+    streams.err << "qira-wifi: " << error << "\n";
+    return kExitModuleError;
+  }
+  WriteStaResult result;
+  if (!write_station_file(session, request, result, error)) {
+    streams.err << "qira-wifi: " << error << "\n";
+    return kExitModuleError;
+  }
+  if (options.verbose) {
+    for (const qira::host::LogRecord& record : result.log) {
+      streams.err << qira::host::format_log_record(record) << "\n";
+    }
+  }
+  if (options.json) {
+    qira::variant::Variant root;
+    root["file"] = kStationFile;
+    root["ok"] = result.ok;
+    qira::variant::Variant& log = root["log"];
+    log.IsArray(true);
+    for (const qira::host::LogRecord& record : result.log) {
+      log.Append(log_record_to_variant(record));
+    }
+    streams.out << root.ToJSON(2) << "\n";
+  } else if (result.ok) {
+    streams.out << kStationFile << ": written\n";
+  } else {
+    streams.out << kStationFile << ": " << describe_failure(result.log) << "\n";
+  }
+  return result.ok ? kExitOk : kExitActionFailed;
+}
+
+}  // namespace qira::wifi
