@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Configures and builds the tree with one compiler into build/<compiler>.
-#   scripts/build.sh gcc|clang [extra cmake arguments...]
+#   scripts/build.sh gcc|clang|asan [extra cmake arguments...]
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-compiler="${1:?usage: scripts/build.sh gcc|clang [cmake arguments...]}"
+compiler="${1:?usage: scripts/build.sh gcc|clang|asan [cmake arguments...]}"
 shift
 case "$compiler" in
   gcc) cc=gcc cxx=g++ build_type=RelWithDebInfo ;;
   clang) cc=clang cxx=clang++ build_type=Debug ;;
+  # gcc with AddressSanitizer (leak detection included) and UBSan.
+  asan) cc=gcc cxx=g++ build_type=Debug
+    set -- -DQIRA_SANITIZE=address,undefined "$@" ;;
   *) echo "build.sh: unknown compiler $compiler" >&2; exit 2 ;;
 esac
 

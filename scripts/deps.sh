@@ -17,6 +17,7 @@ packages=(
   googletest
   libbenchmark-dev  # bench/
   iproute2          # ip, for tests that build network namespaces
+  wpasupplicant     # the real wpa_supplicant the control client is tested against
   git               # the format check lists the tracked files
 )
 

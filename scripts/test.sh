@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# The whole suite: dependencies, format check, then a gcc and a clang build,
-# each with -Werror and its ctest run. Every stage runs (a build that fails
+# The whole suite: dependencies, format check, then a gcc, a clang and a
+# sanitized (gcc, ASan and UBSan) build, each with -Werror and its ctest run,
+# and the virtual camera's scenarios. Every stage runs (a build that fails
 # skips only its own tests); the script fails if any stage failed. It ends
-# with the timing of each stage and ctest's own closing summary.
+# with the timing of each stage and one line counting the whole suite.
 set -uo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -16,7 +17,6 @@ stage_names=()
 stage_results=()
 stage_seconds=()
 failed=0
-last_ctest_log=""
 
 # run_stage NAME COMMAND...: runs COMMAND, records its time and result.
 run_stage() {
@@ -53,7 +53,6 @@ skip_stage() {
 # shellcheck disable=SC2317  # called through run_stage
 run_tests() {
   local log="$log_dir/ctest-$1.log"
-  last_ctest_log="$log"
   ctest --test-dir "build/$1" -j2 --output-on-failure 2>&1 | tee "$log"
   return "${PIPESTATUS[0]}"
 }
@@ -70,7 +69,7 @@ run_vm_suite() {
 run_stage deps scripts/deps.sh || true
 run_stage format scripts/format.sh || true
 gcc_built=0
-for compiler in gcc clang; do
+for compiler in gcc clang asan; do
   if run_stage "$compiler-build" scripts/build.sh "$compiler"; then
     [ "$compiler" = gcc ] && gcc_built=1
     run_stage "$compiler-test" run_tests "$compiler" || true
@@ -98,7 +97,7 @@ fi
 # camera's scenarios. A stage that failed without counting adds a failure.
 passed=0
 failed_tests=0
-for log in "$log_dir/ctest-gcc.log" "$log_dir/ctest-clang.log"; do
+for log in "$log_dir"/ctest-{gcc,clang,asan}.log; do
   [ -f "$log" ] || continue
   read -r run_failed run_total < <(sed -n \
     's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$log" | tail -1)

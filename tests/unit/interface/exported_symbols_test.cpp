@@ -32,6 +32,9 @@ std::vector<std::string> exported_names(const DynamicInfo& info) {
     }
   }
   std::sort(names.begin(), names.end());
+  // A class's complete and base object constructors (and destructors) are
+  // two symbols with one demangled text; the list names each once.
+  names.erase(std::unique(names.begin(), names.end()), names.end());
   return names;
 }
 

@@ -98,6 +98,11 @@ SymbolSource undefined_symbol_source(const DynamicSymbol& symbol, bool sanitized
   if (sanitized_build && name == symbol.name && name.find("::") == std::string::npos) {
     return SymbolSource::kSanitizerRuntime;
   }
+  // ... and of the C++ allocation functions.
+  if (sanitized_build &&
+      (starts_with(name, "operator new") || starts_with(name, "operator delete"))) {
+    return SymbolSource::kSanitizerRuntime;
+  }
   return SymbolSource::kNotAllowed;
 }
 

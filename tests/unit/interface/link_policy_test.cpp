@@ -98,7 +98,9 @@ TEST(LinkPolicy, SanitizerSymbolsOnlyInSanitizedBuilds) {
 TEST(LinkPolicy, UnversionedCCallsPassOnlyAsSanitizerInterceptors) {
   EXPECT_EQ(undefined_symbol_source(undefined("ioctl"), true), SymbolSource::kSanitizerRuntime);
   EXPECT_EQ(undefined_symbol_source(undefined("ioctl"), false), SymbolSource::kNotAllowed);
-  // A C++ name is never an interceptor, sanitized or not.
+  EXPECT_EQ(undefined_symbol_source(undefined("_Znwm"), true), SymbolSource::kSanitizerRuntime);
+  EXPECT_EQ(undefined_symbol_source(undefined("_Znwm"), false), SymbolSource::kNotAllowed);
+  // Any other C++ name is never an interceptor, sanitized or not.
   EXPECT_EQ(undefined_symbol_source(undefined("_ZN3foo3barEv"), true), SymbolSource::kNotAllowed);
 }
 
