@@ -32,6 +32,19 @@ const std::vector<Command>& command_table() {
       {"wpa-events", "IFNAME [--timeout MS]",
        "print the events of the wpa_supplicant of IFNAME until interrupted or --timeout", 1, 1,
        run_wpa_events},
+      {"apply", "IFNAME CONFIG.json [--ap]",
+       "stop the link's daemons and prepare station mode (or the access point) from CONFIG", 2, 2,
+       run_apply},
+      {"connect", "IFNAME [--ap|--vendor]",
+       "bring the link up: wpa_supplicant, the setup access point or the vendor tools", 1, 1,
+       run_connect},
+      {"disconnect", "IFNAME [--ap|--vendor]", "bring the link down in the same three modes", 1, 1,
+       run_disconnect},
+      {"recover", "IFNAME [--ap]",
+       "after an aborted scan: reassociate, or restart hostapd with --ap", 1, 1, run_recover},
+      {"hook", "IFNAME KEY=VALUE...",
+       "write the access point's files with these hostapd settings overridden (KEY= removes)", 2,
+       std::numeric_limits<std::size_t>::max(), run_hook},
   };
   return commands;
 }
@@ -55,6 +68,11 @@ std::string usage_text() {
                      "  --timeout MS   wpa: wait this long for the reply (default 10000); "
                      "wpa-events, events: stop after this long\n"
                      "  --count N      events: stop after N events\n"
+                     "  --ap           apply, connect, disconnect, recover: the setup access "
+                     "point\n"
+                     "  --vendor       connect, disconnect: the vendor tools\n"
+                     "  --address A    hook: the access point's address (default 192.168.1.1)\n"
+                     "  --netmask M    hook: its netmask (default 255.255.255.0)\n"
                      "  --help         print this help\n"
                      "\n"
                      "commands:\n";

@@ -57,6 +57,14 @@ int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& 
 int run_wpa(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
 int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>& args,
                    Streams& streams);
+int run_apply(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
+int run_connect(const GlobalOptions& options, const std::vector<std::string>& args,
+                Streams& streams);
+int run_disconnect(const GlobalOptions& options, const std::vector<std::string>& args,
+                   Streams& streams);
+int run_recover(const GlobalOptions& options, const std::vector<std::string>& args,
+                Streams& streams);
+int run_hook(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
 
 }  // namespace qira::wifi
 

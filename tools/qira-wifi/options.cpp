@@ -25,6 +25,29 @@ bool parse_milliseconds(const std::string& text, unsigned long long& out) {
   return true;
 }
 
+// "--address" or "--netmask" for `word` ("--address", "--address=..."), else "".
+std::string option_name(const std::string& word) {
+  for (const char* name : {"--address", "--netmask"}) {
+    const std::string option = name;
+    if (word == option || word.rfind(option + "=", 0) == 0) {
+      return option;
+    }
+  }
+  return "";
+}
+
+// The field of a text option named by `word`, or null.
+std::optional<std::string>* text_option(const std::string& word, GlobalOptions& options) {
+  const std::string name = option_name(word);
+  if (name == "--address") {
+    return &options.address;
+  }
+  if (name == "--netmask") {
+    return &options.netmask;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
@@ -43,6 +66,25 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
       result.options.verbose = true;
     } else if (word == "--help" || word == "-h") {
       result.options.help = true;
+    } else if (word == "--ap") {
+      result.options.ap_mode = true;
+    } else if (word == "--vendor") {
+      result.options.vendor_tools = true;
+    } else if (std::optional<std::string>* target = text_option(word, result.options)) {
+      const std::string name = option_name(word);
+      std::string value;
+      if (word == name) {
+        if (i + 1 < args.size()) {
+          value = args[++i];
+        }
+      } else {
+        value = word.substr(name.size() + 1);
+      }
+      if (value.empty()) {
+        error = "option " + name + " needs a value";
+        return false;
+      }
+      *target = value;
     } else if (word == kModuleOption) {
       if (i + 1 >= args.size() || args[i + 1].empty()) {
         error = "option --module needs a PATH";

@@ -18,6 +18,14 @@ struct GlobalOptions {
   std::optional<unsigned long long> timeout_ms;
   // --count N: events stops after N events; unset means no limit.
   std::optional<unsigned long long> count;
+  // --ap: apply, connect, disconnect, recover act on the setup access point.
+  bool ap_mode = false;
+  // --vendor: connect, disconnect hand the radio to the vendor tools.
+  bool vendor_tools = false;
+  // --address ADDR, --netmask MASK: hook, the access point's address; unset
+  // means the command's default.
+  std::optional<std::string> address;
+  std::optional<std::string> netmask;
 };
 
 struct CommandLine {
@@ -27,7 +35,8 @@ struct CommandLine {
 
 // Splits `args` (argv without the program name). Global options are taken
 // wherever they stand, as "--module PATH" or "--module=PATH" (and the same
-// for "--timeout MS", MS in decimal digits); "--" ends the options. Any other word that starts with
+// for "--timeout MS", MS in decimal digits, "--address ADDR" and "--netmask MASK"); the
+// flags "--ap" and "--vendor" likewise; "--" ends the options. Any other word that starts with
 // '-' is an error: commands take no options of their own yet. False, with `error` set, on a bad
 // option.
 bool parse_command_line(const std::vector<std::string>& args, CommandLine& out, std::string& error);

@@ -58,6 +58,10 @@ TEST(Commands, UsageText) {
             "  --timeout MS   wpa: wait this long for the reply (default 10000); wpa-events, "
             "events: stop after this long\n"
             "  --count N      events: stop after N events\n"
+            "  --ap           apply, connect, disconnect, recover: the setup access point\n"
+            "  --vendor       connect, disconnect: the vendor tools\n"
+            "  --address A    hook: the access point's address (default 192.168.1.1)\n"
+            "  --netmask M    hook: its netmask (default 255.255.255.0)\n"
             "  --help         print this help\n"
             "\n"
             "commands:\n"
@@ -70,7 +74,16 @@ TEST(Commands, UsageText) {
             "  wpa IFNAME COMMAND...                 send one command to the wpa_supplicant of "
             "IFNAME and print its reply\n"
             "  wpa-events IFNAME [--timeout MS]      print the events of the wpa_supplicant of "
-            "IFNAME until interrupted or --timeout\n");
+            "IFNAME until interrupted or --timeout\n"
+            "  apply IFNAME CONFIG.json [--ap]       stop the link's daemons and prepare station "
+            "mode (or the access point) from CONFIG\n"
+            "  connect IFNAME [--ap|--vendor]        bring the link up: wpa_supplicant, the setup "
+            "access point or the vendor tools\n"
+            "  disconnect IFNAME [--ap|--vendor]     bring the link down in the same three modes\n"
+            "  recover IFNAME [--ap]                 after an aborted scan: reassociate, or "
+            "restart hostapd with --ap\n"
+            "  hook IFNAME KEY=VALUE...              write the access point's files with these "
+            "hostapd settings overridden (KEY= removes)\n");
 }
 
 TEST(Commands, HelpPrintsUsageOnStdoutAndSucceeds) {

@@ -1,0 +1,53 @@
+#include "network_action.h"
+
+#include "output.h"
+#include "qira/host_globals.h"
+#include "qira/variant/variant.h"
+
+namespace qira::wifi {
+
+bool open_module(const GlobalOptions& options, ModuleSession& session, Streams& streams) {
+  std::string error;
+  if (!session.open(options.module_path, error)) {
+    streams.err << "qira-wifi: " << error << "\n";
+    return false;
+  }
+  return true;
+}
+
+int report_action(const GlobalOptions& options, Streams& streams, const std::string& action,
+                  const std::string& ifname, const ActionResult& result) {
+  if (options.verbose) {
+    for (const qira::host::LogRecord& record : result.log) {
+      streams.err << qira::host::format_log_record(record) << "\n";
+    }
+  }
+  if (options.json) {
+    qira::variant::Variant root;
+    root["action"] = action;
+    root["ifname"] = ifname;
+    root["ok"] = result.ok;
+    qira::variant::Variant& log = root["log"];
+    log.IsArray(true);
+    for (const qira::host::LogRecord& record : result.log) {
+      log.Append(log_record_to_variant(record));
+    }
+    streams.out << root.ToJSON(2) << "\n";
+  } else {
+    streams.out << action << " " << ifname << ": "
+                << (result.ok ? std::string("done") : describe_failure(result.log)) << "\n";
+  }
+  return result.ok ? kExitOk : kExitActionFailed;
+}
+
+void capture_exception(const std::exception& exception) {
+  logInternal("qira-wifi", __FILE__, __func__, __LINE__, 3, 0, 0, "module call failed: %s",
+              exception.what());
+}
+
+int refuse(Streams& streams, const std::string& message) {
+  streams.err << "qira-wifi: " << message << "\n";
+  return kExitUsage;
+}
+
+}  // namespace qira::wifi
