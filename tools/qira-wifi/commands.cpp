@@ -23,6 +23,9 @@ const std::vector<Command>& command_table() {
       {"events", "[--count N] [--timeout MS]",
        "print nl80211 events (type, name, payload) until interrupted, N events or MS", 0, 0,
        run_events},
+      {"scan", "IFNAME [--timeout MS]",
+       "scan IFNAME and print the ranked access points (--ap: recover as the access point)", 1, 1,
+       run_scan},
       {"write-sta", "IFNAME SSID KEY [AUTH PSK]",
        "write /etc/wlan0.conf for one network (root; for the camera or its VM)", 3, 5,
        run_write_sta},
@@ -66,10 +69,11 @@ std::string usage_text() {
                      "  --module PATH  load the module from PATH (default: "
                      "$QIRA_WIRELESS_MODULE, else libqira_network_utils_wireless.so.1)\n"
                      "  --timeout MS   wpa: wait this long for the reply (default 10000); "
-                     "wpa-events, events: stop after this long\n"
+                     "wpa-events, events: stop after this long; scan: wait this long for "
+                     "the scan's end (default 10000)\n"
                      "  --count N      events: stop after N events\n"
-                     "  --ap           apply, connect, disconnect, recover: the setup access "
-                     "point\n"
+                     "  --ap           apply, connect, disconnect, recover, scan: the setup "
+                     "access point\n"
                      "  --vendor       connect, disconnect: the vendor tools\n"
                      "  --address A    hook: the access point's address (default 192.168.1.1)\n"
                      "  --netmask M    hook: its netmask (default 255.255.255.0)\n"

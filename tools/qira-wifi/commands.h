@@ -64,6 +64,7 @@ int run_disconnect(const GlobalOptions& options, const std::vector<std::string>&
                    Streams& streams);
 int run_recover(const GlobalOptions& options, const std::vector<std::string>& args,
                 Streams& streams);
+int run_scan(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
 int run_hook(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
 
 }  // namespace qira::wifi

@@ -56,9 +56,11 @@ TEST(Commands, UsageText) {
             "  --module PATH  load the module from PATH (default: $QIRA_WIRELESS_MODULE, else "
             "libqira_network_utils_wireless.so.1)\n"
             "  --timeout MS   wpa: wait this long for the reply (default 10000); wpa-events, "
-            "events: stop after this long\n"
+            "events: stop after this long; scan: wait this long for the scan's end (default "
+            "10000)\n"
             "  --count N      events: stop after N events\n"
-            "  --ap           apply, connect, disconnect, recover: the setup access point\n"
+            "  --ap           apply, connect, disconnect, recover, scan: the setup access "
+            "point\n"
             "  --vendor       connect, disconnect: the vendor tools\n"
             "  --address A    hook: the access point's address (default 192.168.1.1)\n"
             "  --netmask M    hook: its netmask (default 255.255.255.0)\n"
@@ -69,6 +71,8 @@ TEST(Commands, UsageText) {
             "query of IFNAME\n"
             "  events [--count N] [--timeout MS]     print nl80211 events (type, name, payload) "
             "until interrupted, N events or MS\n"
+            "  scan IFNAME [--timeout MS]            scan IFNAME and print the ranked access "
+            "points (--ap: recover as the access point)\n"
             "  write-sta IFNAME SSID KEY [AUTH PSK]  write /etc/wlan0.conf for one network "
             "(root; for the camera or its VM)\n"
             "  wpa IFNAME COMMAND...                 send one command to the wpa_supplicant of "
@@ -107,9 +111,9 @@ TEST(Commands, NoCommandIsAUsageError) {
 }
 
 TEST(Commands, UnknownCommandIsAUsageError) {
-  const ProgramRun result = run_args({"scan", "wlan0"});
+  const ProgramRun result = run_args({"survey", "wlan0"});
   EXPECT_EQ(result.status, kExitUsage);
-  EXPECT_EQ(result.err, "qira-wifi: unknown command scan\n" + usage_text());
+  EXPECT_EQ(result.err, "qira-wifi: unknown command survey\n" + usage_text());
 }
 
 TEST(Commands, UnknownOptionIsAUsageError) {

@@ -1,0 +1,176 @@
+// `scan`: the ranking, table and JSON of its output by table, and the command
+// against the simulated scanning kernel in this process.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "qira/host/seams.h"
+#include "scan_table.h"
+#include "support/scan_kernel.h"
+
+namespace qira::wifi {
+namespace {
+
+using qira::network::ap_info;
+using qira::test::BssAttributes;
+using qira::test::scan::ScanKernel;
+
+struct ProgramRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+ProgramRun run_args(const std::vector<std::string>& args) {
+  std::ostringstream out;
+  std::ostringstream err;
+  Streams streams{out, err};
+  const int status = run_program(args, streams);
+  return {status, out.str(), err.str()};
+}
+
+ap_info record(const std::string& bssid, const std::string& ssid, unsigned short frequency,
+               unsigned char channel, unsigned char signal, unsigned char encrypted,
+               unsigned char wpa_version) {
+  ap_info info{};
+  info.bssid = bssid;
+  info.ssid = ssid;
+  info.frequency = frequency;
+  info.channel = channel;
+  info.signal = signal;
+  info.quality = signal;
+  info.encrypted = encrypted;
+  info.wpa_version = wpa_version;
+  return info;
+}
+
+std::vector<std::string> bssids(const std::vector<ap_info>& records) {
+  std::vector<std::string> out;
+  for (const ap_info& info : records) {
+    out.push_back(info.bssid);
+  }
+  return out;
+}
+
+TEST(ScanSecurityText, EveryKind) {
+  EXPECT_EQ(security_text(record("a", "s", 2412, 1, 50, 0, 2)), "open");
+  EXPECT_EQ(security_text(record("a", "s", 2412, 1, 50, 1, 0)), "WEP");
+  EXPECT_EQ(security_text(record("a", "s", 2412, 1, 50, 1, 1)), "WPA");
+  EXPECT_EQ(security_text(record("a", "s", 2412, 1, 50, 1, 2)), "WPA2");
+  EXPECT_EQ(security_text(record("a", "s", 2412, 1, 50, 1, 3)), "WPA/WPA2");
+}
+
+TEST(ScanBandText, KnownAndUnknownFrequencies) {
+  EXPECT_EQ(band_text(2412), "2.4 GHz");
+  EXPECT_EQ(band_text(5180), "5 GHz");
+  EXPECT_EQ(band_text(0), "unknown");
+}
+
+TEST(RankAccessPoints, Wpa2ThenEncryptedThenSignal) {
+  const std::vector<ap_info> ranked = rank_access_points({
+      record("open-weak", "a", 2412, 1, 20, 0, 0),
+      record("wpa2", "b", 2412, 1, 10, 1, 2),
+      record("open-strong", "c", 2412, 1, 90, 0, 0),
+      record("wep", "d", 2412, 1, 5, 1, 0),
+  });
+  EXPECT_EQ(bssids(ranked), (std::vector<std::string>{"wpa2", "wep", "open-strong", "open-weak"}));
+}
+
+TEST(RankAccessPoints, CloseSignalsPrefer5GhzAndEqualOnesKeepTheirOrder) {
+  const std::vector<ap_info> ranked = rank_access_points({
+      record("first", "a", 2412, 1, 50, 0, 0),
+      record("second", "b", 2437, 6, 50, 0, 0),
+      record("five", "c", 5180, 36, 48, 0, 0),
+  });
+  EXPECT_EQ(bssids(ranked), (std::vector<std::string>{"five", "first", "second"}));
+}
+
+TEST(RenderScanText, HeaderAndAlignedRowsWithEscapedSsid) {
+  const std::string text = render_scan_text({
+      record("0a:00:00:00:00:01", "Home", 5180, 36, 70, 1, 2),
+      record("0a:00:00:00:00:02", " lead", 2412, 1, 30, 0, 0),
+  });
+  EXPECT_EQ(text,
+            "BSSID              SSID     CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n"
+            "0a:00:00:00:00:01  Home          36      5180 5 GHz        70 WPA2\n"
+            "0a:00:00:00:00:02  \\x  lead       1      2412 2.4 GHz      30 open\n");
+}
+
+TEST(RenderScanText, NoRecordIsTheHeaderAlone) {
+  EXPECT_EQ(render_scan_text({}),
+            "BSSID              SSID CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n");
+}
+
+TEST(ScanToVariant, OneObjectWithTheAccessPoints) {
+  EXPECT_EQ(
+      scan_to_variant("wlan0", true, {record("0a:00:00:00:00:01", "Home", 5180, 36, 70, 1, 2)})
+          .ToJSON(),
+      "{\"aborted\":true,\"access_points\":[{\"band\":\"5 GHz\",\"bssid\":"
+      "\"0a:00:00:00:00:01\",\"channel\":36,\"frequency\":5180,\"quality\":70,"
+      "\"security\":\"WPA2\",\"signal\":70,\"ssid\":\"Home\"}],\"ifname\":\"wlan0\"}");
+}
+
+BssAttributes bss(std::uint8_t last, const std::string& ssid, std::uint32_t frequency,
+                  std::uint8_t figure) {
+  BssAttributes attributes;
+  attributes.bssid = std::array<std::uint8_t, 6>{0x0a, 0, 0, 0, 0, last};
+  attributes.frequency = frequency;
+  attributes.capability = 0x0001;
+  attributes.signal_unspecified = figure;
+  attributes.ies = qira::test::ssid_element(ssid);
+  return attributes;
+}
+
+TEST(ScanCommand, PrintsTheRankedTableOfTheScan) {
+  ScanKernel kernel;
+  kernel.end_scans_at_once();
+  kernel.set_bss_table({bss(1, "alpha", 2412, 40), bss(2, "beta", 5180, 80)});
+  const ProgramRun result = run_args({"scan", "lo"});
+  EXPECT_EQ(result.status, kExitOk) << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.out,
+            "BSSID              SSID  CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n"
+            "0a:00:00:00:00:02  beta       36      5180 5 GHz        80 open\n"
+            "0a:00:00:00:00:01  alpha       1      2412 2.4 GHz      40 open\n");
+  ASSERT_EQ(kernel.dumps().size(), 1u);
+}
+
+TEST(ScanCommand, JsonReportsAnAbortedScan) {
+  ScanKernel kernel;
+  kernel.end_scans_at_once(true);
+  kernel.set_bss_table({bss(1, "alpha", 2412, 40)});
+  qira::host::ProcessRecorder processes;  // recovery would restart hostapd with --ap
+  std::remove("/etc/hostapd.conf");       // the sandbox's, left by an earlier test of this process
+  const ProgramRun result = run_args({"--json", "scan", "lo", "--ap"});
+  EXPECT_EQ(result.status, kExitOk) << result.err;
+  qira::variant::Variant expected =
+      scan_to_variant("lo", true, {record("0a:00:00:00:00:01", "alpha", 2412, 1, 40, 0, 0)});
+  EXPECT_EQ(result.out, expected.ToJSON(2) + "\n");
+  ASSERT_EQ(processes.calls().size(), 1u);  // hostapd stopped; no configuration to restart it
+  EXPECT_EQ(processes.calls()[0].program, "hostapd");
+}
+
+TEST(ScanCommand, AScanThatNeverEndsTimesOut) {
+  ScanKernel kernel;
+  const ProgramRun result = run_args({"scan", "lo", "--timeout", "150"});
+  EXPECT_EQ(result.status, kExitActionFailed);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "qira-wifi: the scan on lo did not end within 150 ms\n");
+}
+
+TEST(ScanCommand, UnknownInterfaceIsReportedWithTheModulesLine) {
+  ScanKernel kernel;
+  const ProgramRun result = run_args({"scan", "nosuch0"});
+  EXPECT_EQ(result.status, kExitActionFailed);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err.rfind("qira-wifi: scan trigger failed: failed (", 0), 0u) << result.err;
+  EXPECT_NE(result.err.find("Failed to get interface index (nosuch0)"), std::string::npos)
+      << result.err;
+}
+
+}  // namespace
+}  // namespace qira::wifi

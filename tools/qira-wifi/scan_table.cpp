@@ -1,0 +1,132 @@
+#include "scan_table.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <iomanip>
+#include <sstream>
+
+#include "qira/network/ap_selection.h"
+#include "qira/network/netlib_scan.h"
+
+namespace qira::wifi {
+
+namespace {
+
+using qira::network::ap_info;
+
+constexpr std::uint8_t kWpa = 1;
+constexpr std::uint8_t kWpa2 = 2;
+constexpr std::uint8_t kWpaAndWpa2 = 3;
+
+// The ranking's view of a record: the members it reads.
+ap_node node_of(const ap_info& record) {
+  ap_node node;
+  std::memset(&node, 0, sizeof(node));
+  node.frequency = record.frequency;
+  node.channel = record.channel;
+  node.signal = record.signal;
+  node.quality = record.quality;
+  node.encrypted = record.encrypted;
+  node.wpa_version = record.wpa_version;
+  return node;
+}
+
+std::string escaped_ssid(const ap_info& record) {
+  const std::size_t length = std::min<std::size_t>(record.ssid.size(), 255);
+  return qira::network::get_escaped_ssid(
+      static_cast<unsigned char>(length),
+      reinterpret_cast<const unsigned char*>(record.ssid.data()));
+}
+
+}  // namespace
+
+std::vector<ap_info> rank_access_points(std::vector<ap_info> records) {
+  // Insertion: a record moves ahead only past records it strictly beats.
+  // The ranking is not a strict weak order (its band rule has a tolerance),
+  // so library sorts, which require one, are not used.
+  std::vector<ap_info> ranked;
+  std::vector<ap_node> nodes;
+  ranked.reserve(records.size());
+  nodes.reserve(records.size());
+  for (ap_info& record : records) {
+    const ap_node node = node_of(record);
+    std::size_t position = ranked.size();
+    while (position > 0 && ap_weight_function(&node, &nodes[position - 1]) > 0) {
+      --position;
+    }
+    ranked.insert(ranked.begin() + static_cast<std::ptrdiff_t>(position), std::move(record));
+    nodes.insert(nodes.begin() + static_cast<std::ptrdiff_t>(position), node);
+  }
+  return ranked;
+}
+
+std::string security_text(const ap_info& record) {
+  if (record.encrypted == 0) {
+    return "open";
+  }
+  switch (record.wpa_version) {
+    case kWpa:
+      return "WPA";
+    case kWpa2:
+      return "WPA2";
+    case kWpaAndWpa2:
+      return "WPA/WPA2";
+    default:
+      return "WEP";
+  }
+}
+
+std::string band_text(unsigned int frequency) {
+  const char* band = freq_to_band_string(frequency);
+  return band == nullptr ? "unknown" : band;
+}
+
+std::string render_scan_text(const std::vector<ap_info>& records) {
+  std::size_t ssid_width = 4;
+  for (const ap_info& record : records) {
+    ssid_width = std::max(ssid_width, escaped_ssid(record).size());
+  }
+  std::ostringstream text;
+  text << std::left << std::setw(18) << "BSSID"
+       << " " << std::setw(static_cast<int>(ssid_width)) << "SSID"
+       << " " << std::right << std::setw(7) << "CHANNEL"
+       << " " << std::setw(9) << "FREQUENCY"
+       << " " << std::left << std::setw(8) << "BAND"
+       << " " << std::right << std::setw(6) << "SIGNAL"
+       << " "
+       << "SECURITY\n";
+  for (const ap_info& record : records) {
+    text << std::left << std::setw(18) << record.bssid << " "
+         << std::setw(static_cast<int>(ssid_width)) << escaped_ssid(record) << " " << std::right
+         << std::setw(7) << static_cast<unsigned int>(record.channel) << " " << std::setw(9)
+         << record.frequency << " " << std::left << std::setw(8) << band_text(record.frequency)
+         << " " << std::right << std::setw(6) << static_cast<unsigned int>(record.signal) << " "
+         << security_text(record) << "\n";
+  }
+  return text.str();
+}
+
+qira::variant::Variant scan_to_variant(const std::string& ifname, bool aborted,
+                                       const std::vector<ap_info>& records) {
+  qira::variant::Variant root;
+  root["ifname"] = ifname;
+  root["aborted"] = aborted;
+  qira::variant::Variant& list = root["access_points"];
+  list.IsArray(true);
+  for (const ap_info& record : records) {
+    qira::variant::Variant entry;
+    entry["bssid"] = record.bssid;
+    entry["ssid"] = escaped_ssid(record);
+    entry["channel"] = static_cast<unsigned int>(record.channel);
+    entry["frequency"] = static_cast<unsigned int>(record.frequency);
+    entry["band"] = band_text(record.frequency);
+    entry["signal"] = static_cast<unsigned int>(record.signal);
+    entry["quality"] = static_cast<unsigned int>(record.quality);
+    entry["security"] = security_text(record);
+    list.Append(entry);
+  }
+  return root;
+}
+
+}  // namespace qira::wifi

@@ -1,0 +1,31 @@
+// The access points of one scan as qira-wifi shows them: ranked best first,
+// as an aligned table or as JSON. Pure: no I/O.
+#ifndef QIRA_TOOLS_QIRA_WIFI_SCAN_TABLE_H
+#define QIRA_TOOLS_QIRA_WIFI_SCAN_TABLE_H
+
+#include <string>
+#include <vector>
+
+#include "qira/network/ap_info.h"
+#include "qira/variant/variant.h"
+
+namespace qira::wifi {
+
+// Best first by the module's ranking (WPA2, then encryption, then band for
+// close signals, then signal and quality); equally good records keep their
+// order.
+std::vector<qira::network::ap_info> rank_access_points(std::vector<qira::network::ap_info> records);
+// "open", "WEP", "WPA", "WPA2" or "WPA/WPA2".
+std::string security_text(const qira::network::ap_info& record);
+// The band of `frequency` as text, "unknown" outside every band.
+std::string band_text(unsigned int frequency);
+// One header line, then one line per record: BSSID, escaped SSID, channel,
+// frequency, band, signal, security.
+std::string render_scan_text(const std::vector<qira::network::ap_info>& records);
+// {"ifname":..., "aborted":..., "access_points":[{...}, ...]}
+qira::variant::Variant scan_to_variant(const std::string& ifname, bool aborted,
+                                       const std::vector<qira::network::ap_info>& records);
+
+}  // namespace qira::wifi
+
+#endif  // QIRA_TOOLS_QIRA_WIFI_SCAN_TABLE_H
