@@ -97,13 +97,17 @@ fi
 # camera's scenarios. A stage that failed without counting adds a failure.
 passed=0
 failed_tests=0
+skipped=0
 for log in "$log_dir"/ctest-{gcc,clang,asan}.log; do
   [ -f "$log" ] || continue
   read -r run_failed run_total < <(sed -n \
     's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$log" | tail -1)
   if [ -n "${run_total:-}" ]; then
-    passed=$((passed + run_total - run_failed))
+    # ctest counts a skipped test among the passed ones; this line does not.
+    run_skipped=$(grep -c '^[[:space:]]*[0-9]* - .* (Skipped)$' "$log")
+    passed=$((passed + run_total - run_failed - run_skipped))
     failed_tests=$((failed_tests + run_failed))
+    skipped=$((skipped + run_skipped))
   fi
 done
 if [ -f "$log_dir/vm.log" ]; then
@@ -116,5 +120,5 @@ if [ "$failed" -ne 0 ] && [ "$failed_tests" -eq 0 ]; then
   failed_tests=1
 fi
 echo
-echo "suite: $passed passed, $failed_tests failed"
+echo "suite: $passed passed, $failed_tests failed, $skipped skipped"
 exit "$failed"

@@ -1,0 +1,123 @@
+#include "support/alloc_faults.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cstddef>
+#include <new>
+
+#include <netlink/handlers.h>
+#include <netlink/msg.h>
+#include <netlink/socket.h>
+
+namespace qira::test {
+
+namespace {
+
+struct FaultPlan {
+  std::atomic<int> skip{0};
+  std::atomic<int> remaining{0};
+  std::atomic<int> failed{0};
+  std::atomic<int> calls{0};
+};
+
+FaultPlan plans[AllocationFaults::kFunctionCount];
+
+// True when this call of `function` must fail.
+bool take_failure(AllocationFaults::Function function) {
+  FaultPlan& plan = plans[function];
+  ++plan.calls;
+  if (plan.remaining.load() <= 0) {
+    return false;
+  }
+  if (plan.skip.load() > 0) {
+    --plan.skip;
+    return false;
+  }
+  --plan.remaining;
+  ++plan.failed;
+  return true;
+}
+
+template <typename Function>
+Function next_symbol(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+AllocationFaults::AllocationFaults() {
+  for (FaultPlan& plan : plans) {
+    plan.skip = 0;
+    plan.remaining = 0;
+    plan.failed = 0;
+    plan.calls = 0;
+  }
+}
+
+AllocationFaults::~AllocationFaults() {
+  for (FaultPlan& plan : plans) {
+    plan.remaining = 0;
+  }
+}
+
+void AllocationFaults::fail(Function function, int count, int skip) {
+  plans[function].skip = skip;
+  plans[function].remaining = count;
+}
+
+int AllocationFaults::failures(Function function) const {
+  return plans[function].failed.load();
+}
+
+int AllocationFaults::calls(Function function) const {
+  return plans[function].calls.load();
+}
+
+bool AllocationFaults::effective(Function function) {
+  if (function != kNothrowNew) {
+    return true;
+  }
+  AllocationFaults probe;
+  probe.fail(kNothrowNew);
+  char* allocated = new (std::nothrow) char;
+  const bool failed = allocated == nullptr;
+  delete allocated;
+  return failed;
+}
+
+}  // namespace qira::test
+
+using qira::test::AllocationFaults;
+using qira::test::take_failure;
+
+extern "C" {
+
+nl_sock* nl_socket_alloc(void) {
+  static const auto next = qira::test::next_symbol<nl_sock* (*)(void)>("nl_socket_alloc");
+  return take_failure(AllocationFaults::kNlSocketAlloc) ? nullptr : next();
+}
+
+nl_cb* nl_cb_alloc(enum nl_cb_kind kind) {
+  static const auto next = qira::test::next_symbol<nl_cb* (*)(enum nl_cb_kind)>("nl_cb_alloc");
+  return take_failure(AllocationFaults::kNlCbAlloc) ? nullptr : next(kind);
+}
+
+nl_msg* nlmsg_alloc(void) {
+  static const auto next = qira::test::next_symbol<nl_msg* (*)(void)>("nlmsg_alloc");
+  return take_failure(AllocationFaults::kNlmsgAlloc) ? nullptr : next();
+}
+
+}  // extern "C"
+
+void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
+  using NothrowNew = void* (*)(std::size_t, const std::nothrow_t&) noexcept;
+  // std::size_t is "m" (unsigned long) on LP64 and "j" (unsigned int) on
+  // 32-bit ARM in the mangled name.
+  static const auto next = qira::test::next_symbol<NothrowNew>(
+      sizeof(std::size_t) == sizeof(unsigned long) ? "_ZnwmRKSt9nothrow_t" : "_ZnwjRKSt9nothrow_t");
+  if (take_failure(AllocationFaults::kNothrowNew)) {
+    return nullptr;
+  }
+  return next(size, tag);
+}
