@@ -24,18 +24,18 @@ struct NodeSpec {
   std::uint8_t bssid_tail = 0;
 };
 
-inline ap_node make_node(const NodeSpec& spec) {
+inline ap_node make_node(const NodeSpec& shape) {
   ap_node node;
   std::memset(&node, 0, sizeof node);
-  std::memcpy(node.ssid, spec.ssid.data(), spec.ssid.size());
+  std::memcpy(node.ssid, shape.ssid.data(), shape.ssid.size());
   node.bssid[0] = 0x02;
-  node.bssid[5] = spec.bssid_tail;
-  node.channel = spec.channel;
-  node.frequency = spec.frequency;
-  node.signal = spec.signal;
-  node.quality = spec.quality;
-  node.encrypted = spec.encrypted;
-  node.wpa_version = spec.wpa_version;
+  node.bssid[5] = shape.bssid_tail;
+  node.channel = shape.channel;
+  node.frequency = shape.frequency;
+  node.signal = shape.signal;
+  node.quality = shape.quality;
+  node.encrypted = shape.encrypted;
+  node.wpa_version = shape.wpa_version;
   return node;
 }
 

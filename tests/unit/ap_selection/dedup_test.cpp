@@ -15,13 +15,13 @@ namespace {
 
 NodeSpec bss(const std::string& ssid, std::uint8_t channel, std::uint16_t frequency,
              std::uint8_t bssid_tail, std::uint8_t signal = 200) {
-  NodeSpec spec;
-  spec.ssid = ssid;
-  spec.channel = channel;
-  spec.frequency = frequency;
-  spec.bssid_tail = bssid_tail;
-  spec.signal = signal;
-  return spec;
+  NodeSpec shape;
+  shape.ssid = ssid;
+  shape.channel = channel;
+  shape.frequency = frequency;
+  shape.bssid_tail = bssid_tail;
+  shape.signal = signal;
+  return shape;
 }
 
 // "ssid/channel/frequency" of each node in list order.

@@ -20,10 +20,10 @@ TEST(Security, PredicatesOverEveryVersion) {
                                 {1, 2, 0, 1, 0},   {1, 3, 1, 1, 1},  {1, 4, 0, 0, 0},
                                 {255, 3, 1, 1, 1}, {7, 255, 0, 0, 0}};
   for (const SecurityCase& c : cases) {
-    NodeSpec spec;
-    spec.encrypted = c.encrypted;
-    spec.wpa_version = c.wpa_version;
-    const ap_node node = make_node(spec);
+    NodeSpec shape;
+    shape.encrypted = c.encrypted;
+    shape.wpa_version = c.wpa_version;
+    const ap_node node = make_node(shape);
     SCOPED_TRACE(testing::Message() << int(c.encrypted) << "/" << int(c.wpa_version));
     EXPECT_EQ(ap_supports_wpa(&node), c.wpa);
     EXPECT_EQ(ap_supports_wpa2(&node), c.wpa2);
@@ -38,17 +38,17 @@ TEST(Security, NullNode) {
 }
 
 NodeSpec open_node(std::uint8_t signal, std::uint8_t quality, std::uint16_t frequency) {
-  NodeSpec spec;
-  spec.signal = signal;
-  spec.quality = quality;
-  spec.frequency = frequency;
-  return spec;
+  NodeSpec shape;
+  shape.signal = signal;
+  shape.quality = quality;
+  shape.frequency = frequency;
+  return shape;
 }
 
-NodeSpec secured(NodeSpec spec, std::uint8_t wpa_version) {
-  spec.encrypted = 1;
-  spec.wpa_version = wpa_version;
-  return spec;
+NodeSpec secured(NodeSpec shape, std::uint8_t wpa_version) {
+  shape.encrypted = 1;
+  shape.wpa_version = wpa_version;
+  return shape;
 }
 
 struct WeightCase {
@@ -108,12 +108,12 @@ TEST(Weight, NullNodes) {
 
 NodeSpec named(const std::string& ssid, std::uint8_t channel, std::uint16_t frequency,
                std::uint8_t signal = 200) {
-  NodeSpec spec;
-  spec.ssid = ssid;
-  spec.channel = channel;
-  spec.frequency = frequency;
-  spec.signal = signal;
-  return spec;
+  NodeSpec shape;
+  shape.ssid = ssid;
+  shape.channel = channel;
+  shape.frequency = frequency;
+  shape.signal = signal;
+  return shape;
 }
 
 struct LessCase {

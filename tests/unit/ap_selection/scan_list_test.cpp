@@ -150,10 +150,10 @@ scan_entry entry_with(std::uint8_t signal, std::uint8_t quality, std::uint8_t en
 }
 
 NodeSpec ranked(std::uint8_t signal, std::uint8_t quality) {
-  NodeSpec spec;
-  spec.signal = signal;
-  spec.quality = quality;
-  return spec;
+  NodeSpec shape;
+  shape.signal = signal;
+  shape.quality = quality;
+  return shape;
 }
 
 class SearchNodeToReplace : public ::testing::Test {
