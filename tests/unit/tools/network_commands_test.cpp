@@ -19,6 +19,7 @@
 #include "qira/host/seams.h"
 #include "qira/variant/variant.h"
 #include "support/nl80211_sim.h"
+#include "support/recorded_calls.h"
 #include "support/sandbox.h"
 #include "support/wpa_supplicant_sim.h"
 
@@ -43,45 +44,12 @@ ProgramRun run_args(const std::vector<std::string>& args) {
   return {status, out.str(), err.str()};
 }
 
-// "kind program args..." for every process call.
 Lines describe(const std::vector<qira::host::ProcessCall>& calls) {
-  Lines lines;
-  for (const qira::host::ProcessCall& call : calls) {
-    std::string line;
-    switch (call.kind) {
-      case qira::host::ProcessCall::kShell:
-        line = "shell ";
-        break;
-      case qira::host::ProcessCall::kExec:
-        line = "run ";
-        break;
-      case qira::host::ProcessCall::kDaemon:
-        line = "daemon ";
-        break;
-      case qira::host::ProcessCall::kSignal:
-        line = "signal " + std::to_string(call.signal) + " ";
-        break;
-    }
-    line += call.program;
-    for (const std::string& arg : call.args) {
-      line += " " + arg;
-    }
-    lines.push_back(line);
-  }
-  return lines;
+  return qira::test::describe_process_calls(calls);
 }
 
-// "function(args...)" for every wired netlib call.
 Lines describe(const std::vector<qira::host::NetlibCall>& calls) {
-  Lines lines;
-  for (const qira::host::NetlibCall& call : calls) {
-    std::string line = call.function + "(";
-    for (std::size_t index = 0; index < call.args.size(); ++index) {
-      line += (index == 0 ? "" : ", ") + call.args[index];
-    }
-    lines.push_back(line + ")");
-  }
-  return lines;
+  return qira::test::describe_netlib_calls(calls);
 }
 
 qira::variant::Variant identity(unsigned long long sysid) {
