@@ -1,5 +1,6 @@
 // The command table, the usage text and the exit statuses of usage errors.
 #include "commands.h"
+#include "unit/tools/program_run.h"
 
 #include <gtest/gtest.h>
 
@@ -7,20 +8,6 @@
 
 namespace qira::wifi {
 namespace {
-
-struct ProgramRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-ProgramRun run_args(const std::vector<std::string>& args) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Streams streams{out, err};
-  const int status = run_program(args, streams);
-  return {status, out.str(), err.str()};
-}
 
 TEST(Commands, TableHasInfo) {
   const Command* info = find_command("info");

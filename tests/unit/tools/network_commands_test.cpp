@@ -22,6 +22,7 @@
 #include "support/recorded_calls.h"
 #include "support/sandbox.h"
 #include "support/wpa_supplicant_sim.h"
+#include "unit/tools/program_run.h"
 
 namespace qira::wifi {
 namespace {
@@ -29,20 +30,6 @@ namespace {
 using Lines = std::vector<std::string>;
 using qira::test::read_file;
 using qira::test::write_file;
-
-struct ProgramRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-ProgramRun run_args(const std::vector<std::string>& args) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Streams streams{out, err};
-  const int status = run_program(args, streams);
-  return {status, out.str(), err.str()};
-}
 
 Lines describe(const std::vector<qira::host::ProcessCall>& calls) {
   return qira::test::describe_process_calls(calls);

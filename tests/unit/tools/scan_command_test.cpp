@@ -11,6 +11,7 @@
 #include "qira/host/seams.h"
 #include "scan_table.h"
 #include "support/scan_kernel.h"
+#include "unit/tools/program_run.h"
 
 namespace qira::wifi {
 namespace {
@@ -18,20 +19,6 @@ namespace {
 using qira::network::ap_info;
 using qira::test::BssAttributes;
 using qira::test::scan::ScanKernel;
-
-struct ProgramRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-ProgramRun run_args(const std::vector<std::string>& args) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Streams streams{out, err};
-  const int status = run_program(args, streams);
-  return {status, out.str(), err.str()};
-}
 
 ap_info record(const std::string& bssid, const std::string& ssid, unsigned short frequency,
                unsigned char channel, unsigned char signal, unsigned char encrypted,

@@ -15,6 +15,7 @@
 #include "commands.h"
 #include "support/wpa_supplicant_sim.h"
 #include "unit/tools/child_process.h"
+#include "unit/tools/program_run.h"
 
 namespace qira::wifi {
 namespace {
@@ -22,20 +23,6 @@ namespace {
 using namespace qira::network;
 using qira::test::WpaSupplicantSim;
 using Answer = WpaSupplicantSim::Answer;
-
-struct ProgramRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-ProgramRun run_args(const std::vector<std::string>& args) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Streams streams{out, err};
-  const int status = run_program(args, streams);
-  return {status, out.str(), err.str()};
-}
 
 TEST(WpaCommandText, EventTypeNames) {
   EXPECT_EQ(event_type_name(unspec), "unspec");

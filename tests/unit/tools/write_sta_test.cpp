@@ -10,24 +10,11 @@
 #include "qira/host/seams.h"
 #include "support/nl80211_sim.h"
 #include "support/sandbox.h"
+#include "unit/tools/program_run.h"
 #include "write_sta_command.h"
 
 namespace qira::wifi {
 namespace {
-
-struct ProgramRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-ProgramRun run_args(const std::vector<std::string>& args) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Streams streams{out, err};
-  const int status = run_program(args, streams);
-  return {status, out.str(), err.str()};
-}
 
 const std::string kHeader =
     "ctrl_interface=/var/run/wpa_supplicant\nupdate_config=1\nwowlan_triggers=any\nnetwork={\n";
