@@ -256,6 +256,10 @@ project_part() {
   install -m 644 "$VM_DIR/guest/lib.sh" "$VM_DIR/guest/json_flat.awk" \
     "$VM_DIR/guest/demo.sh" "$root/usr/share/qira-vm/"
   install -m 755 "$VM_DIR/guest/udhcpc.sh" "$root/usr/share/qira-vm/udhcpc.sh"
+  mkdir -p "$root/usr/share/qira-vm/demo"
+  if ls "$VM_DIR"/guest/demo/*.sh > /dev/null 2>&1; then
+    install -m 644 "$VM_DIR"/guest/demo/*.sh "$root/usr/share/qira-vm/demo/"
+  fi
   install -m 644 "$VM_DIR"/scenarios/*.sh "$root/usr/share/qira-vm/scenarios/"
   (cd "$VM_DIR/scenarios" && ls -- *.sh | sed 's/\.sh$//') > "$OUT/scenarios.list"
   pack_cpio "$root" "$OUT/project.cpio"

@@ -41,3 +41,9 @@ ip link set "$SPARE_IF" up
 show qira-wifi info "$SPARE_IF"
 show qira-wifi info nosuch0
 echo
+
+# The later chapters (events, scanning, the setup flow), in name order; each
+# starts from the state the one before left.
+for chapter in "$QVM_DIR"/demo/*.sh; do
+  [ -f "$chapter" ] && . "$chapter"
+done
