@@ -28,6 +28,11 @@ LogSink& installed_sink() {
   return sink;
 }
 
+LogSink& installed_tap() {
+  static LogSink tap;
+  return tap;
+}
+
 std::function<void()>& installed_crash_observer() {
   static std::function<void()> observer;
   return observer;
@@ -97,6 +102,11 @@ void set_log_to_stderr(bool enabled) {
   log_to_stderr.store(enabled);
 }
 
+LogSink set_log_tap(LogSink tap) {
+  std::lock_guard<std::mutex> lock(seam_mutex());
+  return std::exchange(installed_tap(), std::move(tap));
+}
+
 void set_crash_observer(std::function<void()> observer) {
   std::lock_guard<std::mutex> lock(seam_mutex());
   installed_crash_observer() = std::move(observer);
@@ -157,10 +167,15 @@ int logInternal(const char* module, const char* file, const char* function, int 
   record.message = qira::host::vformat(fmt, args);
   va_end(args);
 
+  qira::host::LogSink tap;
   qira::host::LogSink sink;
   {
     std::lock_guard<std::mutex> lock(qira::host::seam_mutex());
+    tap = qira::host::installed_tap();
     sink = qira::host::installed_sink();
+  }
+  if (tap) {
+    tap(record);
   }
   if (sink) {
     sink(record);

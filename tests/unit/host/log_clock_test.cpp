@@ -92,6 +92,30 @@ TEST(LogTest, InstalledSinkReplacesTheDefaultUntilReset) {
   EXPECT_EQ(std::vector<std::string>{"to sink"}, seen);
 }
 
+TEST(LogTest, TapSeesEveryRecordBeforeWhicheverSinkIsInstalled) {
+  std::vector<std::string> order;
+  qira::host::LogSink previous = qira::host::set_log_tap(
+      [&order](const LogRecord& r) { order.push_back("tap " + r.file + " " + r.message); });
+  {
+    qira::host::LogCapture capture;
+    logInternal("m", "src/a.cpp", "fn", 3, 6, 0, 0, "first %d", 1);
+    for (const std::string& message : capture.messages()) {
+      order.push_back("capture " + message);
+    }
+  }
+  qira::host::set_log_sink([&order](const LogRecord& r) { order.push_back("sink " + r.message); });
+  logInternal("m", "src/b.cpp", "fn", 4, 6, 0, 0, "second");
+  qira::host::set_log_sink(nullptr);
+  qira::host::LogSink mine = qira::host::set_log_tap(std::move(previous));
+  EXPECT_TRUE(static_cast<bool>(mine));
+  qira::host::set_log_to_stderr(false);
+  logInternal("m", "src/c.cpp", "fn", 5, 6, 0, 0, "after removal");
+  qira::host::set_log_to_stderr(true);
+  EXPECT_EQ((std::vector<std::string>{"tap src/a.cpp first 1", "capture first 1",
+                                      "tap src/b.cpp second", "sink second"}),
+            order);
+}
+
 TEST(ForceCrashDeathTest, EndsTheProcessWithADiagnosticAfterTheObserver) {
   EXPECT_DEATH(
       {

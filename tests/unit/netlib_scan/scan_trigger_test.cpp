@@ -53,6 +53,21 @@ TEST_F(ScanTrigger, OnlyTheLengthDecidesWhetherElementsAreSent) {
   EXPECT_FALSE(kernel_.triggers()[0].ies.has_value());
 }
 
+TEST_F(ScanTrigger, ElementsTooLargeForTheMessageAreLeftOutWithAWarning) {
+  // A trigger message has room for one page; a block this size does not fit,
+  // and the scan goes ahead without it.
+  const Bytes ies(5000, 0xdd);
+  LogCapture log;
+  bool in_progress = true;
+  ASSERT_TRUE(trigger(in_progress, ies.data(), ies.size()));
+  EXPECT_FALSE(in_progress);
+  ASSERT_EQ(kernel_.triggers().size(), 1u);
+  EXPECT_FALSE(kernel_.triggers()[0].ies.has_value());
+  EXPECT_EQ(kernel_.triggers()[0].ssids.size(), 1u);
+  expect_lines(log, {trigger_line(kWarning, "failed to add IEs"),
+                     trigger_line(kDebug, "Scan was triggered. Waiting ack")});
+}
+
 TEST_F(ScanTrigger, AcknowledgedThenFinishedScan) {
   LogCapture log;
   bool in_progress = true;

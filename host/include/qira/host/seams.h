@@ -37,6 +37,11 @@ void set_log_sink(LogSink sink);
 std::string format_log_record(const LogRecord& record);
 // Whether the default sink also writes to stderr (default true).
 void set_log_to_stderr(bool enabled);
+// Installs `tap`, which sees every record before the sink does, whatever sink
+// is installed (a LogCapture replaces the sink, not the tap); an empty tap
+// removes it. Returns the tap it replaces. The unit suite's message ledger
+// listens here.
+LogSink set_log_tap(LogSink tap);
 
 // Collects every record while alive (and restores the previous sink after).
 class LogCapture {
