@@ -5,6 +5,7 @@
 #include "qira/network/event_text.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace {
 
@@ -255,7 +256,13 @@ std::string lookup(const char* const (&table)[Slots], unsigned int code, const c
 }  // namespace
 
 std::string command_name(nl80211_commands cmd) {
-  return lookup(kCommandNames, static_cast<unsigned int>(cmd), kUnknownCommand);
+  // Callers pass any command number in the enum, also numbers past the ones
+  // this header names (a newer kernel's, 300, or ~0u): read the number the
+  // object holds instead of loading it as an enumerator it may not be.
+  static_assert(sizeof cmd == sizeof(unsigned int), "nl80211_commands holds an unsigned int");
+  unsigned int code = 0;
+  std::memcpy(&code, &cmd, sizeof code);
+  return lookup(kCommandNames, code, kUnknownCommand);
 }
 
 std::string get_status_str(unsigned short status) {

@@ -175,7 +175,17 @@ void put_disconnect(const attribute_table& attributes, Variant& payload) {
 }  // namespace
 
 qira::network::event_type decode_notification(nl_msg* msg, Variant& payload) {
-  auto* header = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(msg)));
+  nlmsghdr* message = nlmsg_hdr(msg);
+  // libnl hands on any message with a whole netlink header. One that ends
+  // inside its generic header (the kernel never sends one) has neither a
+  // command nor attributes to read: it gets the common keys of command 0
+  // rather than a command read past its end.
+  if (genlmsg_valid_hdr(message, 0) == 0) {
+    const attribute_table none = {};
+    put_common_keys(0, none, payload);
+    return event_type::unspec;
+  }
+  auto* header = static_cast<genlmsghdr*>(nlmsg_data(message));
   attribute_table attributes;
   nla_parse(attributes, kHighestAttribute, genlmsg_attrdata(header, 0), genlmsg_attrlen(header, 0),
             nullptr);

@@ -1,17 +1,13 @@
 #include "events_command.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <limits>
+#include <optional>
 #include <ostream>
 
 #include "commands.h"
 #include "event_names.h"
+#include "qira/netlib/events_view.h"
 #include "qira/network/netlib_events.h"
 #include "stop_signals.h"
 
@@ -22,7 +18,9 @@ namespace {
 namespace network = qira::network;
 using qira::variant::Variant;
 
-// The write end of the pipe that SIGINT and SIGTERM wake the wait through.
+// The longest --timeout taken as given: a day.
+constexpr unsigned long long kLongestTimeoutMs = 24ULL * 3600 * 1000;
+
 }  // namespace
 
 std::string render_event_line(int type, const Variant& payload, bool json) {
@@ -65,33 +63,30 @@ bool EventListener::start(std::string& error) {
   return false;
 }
 
-bool EventListener::pump(std::size_t limit, std::vector<ReceivedEvent>& events,
-                         std::vector<qira::host::LogRecord>& log) {
-  std::size_t taken = 0;
-  while (taken < limit) {
-    taken_.clear();
-    bool ok = false;
-    {
-      qira::host::LogCapture capture;
-      ok = service_(session_.context());
-      if (!ok) {
-        const std::vector<qira::host::LogRecord> records = capture.records();
-        log.insert(log.end(), records.begin(), records.end());
-      }
-    }
+bool EventListener::service_once(std::vector<ReceivedEvent>& events,
+                                 std::vector<qira::host::LogRecord>& log) {
+  bool ok = false;
+  {
+    qira::host::LogCapture capture;
+    ok = service_(session_.context());
     if (!ok) {
-      return false;
-    }
-    if (taken_.empty()) {
-      return true;
-    }
-    // One notification read per service: the one the subscriber was given.
-    for (ReceivedEvent& event : taken_) {
-      events.push_back(std::move(event));
-      ++taken;
+      const std::vector<qira::host::LogRecord> records = capture.records();
+      log.insert(log.end(), records.begin(), records.end());
     }
   }
-  return true;
+  take(events);
+  return ok;
+}
+
+void EventListener::take(std::vector<ReceivedEvent>& events) {
+  for (ReceivedEvent& event : taken_) {
+    events.push_back(std::move(event));
+  }
+  taken_.clear();
+}
+
+int EventListener::socket_fd() {
+  return qira::netlib::wireless_events_fd(session_.context());
 }
 
 void EventListener::on_event(network::event_type type, const Variant& payload, void* user) {
@@ -106,54 +101,87 @@ int run_events(const GlobalOptions& options, const std::vector<std::string>& /*a
     streams.err << "qira-wifi: " << error << "\n";
     return kExitModuleError;
   }
-  EventListener listener(session);
-  if (!listener.start(error)) {
-    streams.err << "qira-wifi: " << error << "\n";
-    return kExitActionFailed;
-  }
+  // Watched from before the groups are joined: a stop signal that comes
+  // while they are joined ends the listening before its first wait.
   StopSignals stop;
   if (!stop.ok()) {
     streams.err << "qira-wifi: cannot watch for SIGINT and SIGTERM\n";
     return kExitActionFailed;
   }
+  EventListener listener(session);
+  if (!listener.start(error)) {
+    streams.err << "qira-wifi: " << error << "\n";
+    return kExitActionFailed;
+  }
+  const int fd = listener.socket_fd();
+  if (fd < 0) {
+    streams.err << "qira-wifi: the event module has no socket to wait on\n";
+    return kExitActionFailed;
+  }
+  streams.err << kEventsReadyLine << "\n";
+  streams.err.flush();
   const auto started = std::chrono::steady_clock::now();
   const unsigned long long wanted =
       options.count.value_or(std::numeric_limits<unsigned long long>::max());
   unsigned long long printed = 0;
-  while (printed < wanted) {
-    std::vector<ReceivedEvent> events;
-    std::vector<qira::host::LogRecord> log;
-    const std::size_t limit = static_cast<std::size_t>(
-        std::min<unsigned long long>(wanted - printed, std::numeric_limits<std::size_t>::max()));
-    if (!listener.pump(limit, events, log)) {
-      // A lost or failed read (ENOBUFS after an overrun) is reported and the
-      // listening goes on.
-      for (const qira::host::LogRecord& record : log) {
-        streams.err << "qira-wifi: " << qira::host::format_log_record(record) << "\n";
-      }
-    }
+  const auto print = [&](const std::vector<ReceivedEvent>& events) {
     for (const ReceivedEvent& event : events) {
+      if (printed >= wanted) {
+        return;
+      }
       streams.out << render_event_line(event.type, event.payload, options.json) << "\n";
       streams.out.flush();
       ++printed;
     }
-    if (printed >= wanted) {
-      break;
-    }
-    std::chrono::milliseconds wait = kEventTick;
+  };
+  {
+    // The first service joined the groups and read once: a notification
+    // that came in between is printed now, not at the next one.
+    std::vector<ReceivedEvent> events;
+    listener.take(events);
+    print(events);
+  }
+  int failures_in_a_row = 0;
+  while (printed < wanted) {
+    std::optional<std::chrono::milliseconds> left;
     if (options.timeout_ms) {
       const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
           std::chrono::steady_clock::now() - started);
-      const auto limit_ms = std::chrono::milliseconds(static_cast<long long>(
-          std::min<unsigned long long>(*options.timeout_ms, std::numeric_limits<int>::max())));
-      if (elapsed >= limit_ms) {
+      const auto limit = std::chrono::milliseconds(static_cast<long long>(
+          std::min<unsigned long long>(*options.timeout_ms, kLongestTimeoutMs)));
+      if (elapsed >= limit) {
         break;
       }
-      wait = std::min(wait, limit_ms - elapsed);
+      left = limit - elapsed;
     }
-    if (stop.wait(wait)) {
+    if (failures_in_a_row >= 2) {
+      if (stop.wait(left ? std::min(*left, kEventRetryPause) : kEventRetryPause)) {
+        break;
+      }
+      failures_in_a_row = 0;
+      continue;
+    }
+    const StopSignals::Wake wake = stop.wait_readable(fd, left);
+    if (wake == StopSignals::Wake::stop || wake == StopSignals::Wake::timeout) {
       break;
     }
+    if (wake == StopSignals::Wake::failed) {
+      streams.err << "qira-wifi: the event module's socket cannot be waited on\n";
+      return kExitActionFailed;
+    }
+    std::vector<ReceivedEvent> events;
+    std::vector<qira::host::LogRecord> log;
+    if (listener.service_once(events, log)) {
+      failures_in_a_row = 0;
+    } else {
+      // A lost or failed read (ENOBUFS after an overrun) is reported and the
+      // listening goes on.
+      ++failures_in_a_row;
+      for (const qira::host::LogRecord& record : log) {
+        streams.err << "qira-wifi: " << qira::host::format_log_record(record) << "\n";
+      }
+    }
+    print(events);
   }
   return kExitOk;
 }

@@ -1,14 +1,14 @@
-// `events`: the nl80211 event module as a host runs it. The module keeps its
-// socket to itself (a host never sees the descriptor), and servicing it never
-// blocks, so the program services it on a short tick: it sleeps in poll() on
-// its own signal pipe for at most kEventTick between services, and each tick
-// services until a call delivers nothing. No busy loop, at most one tick of
-// delay, and SIGINT or SIGTERM ends the wait at once.
+// `events`: the nl80211 event module as a host runs it. Servicing the module
+// never blocks, so the program sleeps in poll() on the module's socket (read
+// through the host's view of the events state) and on its own signal pipe,
+// and services the module once each time the socket is readable. A service
+// reads one batch of the socket; poll() is level-triggered, so whatever is
+// left wakes the next wait at once. Nothing runs while nothing arrives, and
+// SIGINT or SIGTERM ends the wait at once.
 #ifndef QIRA_TOOLS_QIRA_WIFI_EVENTS_COMMAND_H
 #define QIRA_TOOLS_QIRA_WIFI_EVENTS_COMMAND_H
 
 #include <chrono>
-#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,14 @@
 
 namespace qira::wifi {
 
-constexpr std::chrono::milliseconds kEventTick{100};
+// After two service calls in a row failed, the next wait for the socket
+// starts only after this pause, so that a socket that keeps failing (rather
+// than reporting one lost read) cannot make the loop spin.
+constexpr std::chrono::milliseconds kEventRetryPause{100};
+
+// What the program prints on stderr once the module has joined nl80211's
+// groups: from then on every notification of the kernel reaches it.
+inline constexpr char kEventsReadyLine[] = "qira-wifi: listening for nl80211 events";
 
 // One line per event, without its newline: "TYPE NAME PAYLOAD" with the
 // payload as compact JSON, or with `json` one object {"type", "name",
@@ -39,14 +46,18 @@ class EventListener {
   EventListener(const EventListener&) = delete;
   EventListener& operator=(const EventListener&) = delete;
 
-  // Subscribes and runs the first service, which joins the multicast groups.
-  // False, with `error` set, when a function is missing or that fails.
+  // Subscribes and runs the first service, which joins the multicast groups
+  // (an event that service delivered waits for take()). False, with `error`
+  // set, when a function is missing or that fails.
   bool start(std::string& error);
-  // Services until a call delivers nothing, or `limit` events were taken.
-  // The events taken are appended to `events`, the module's log lines of a
-  // failed service to `log`. False when a service call failed.
-  bool pump(std::size_t limit, std::vector<ReceivedEvent>& events,
-            std::vector<qira::host::LogRecord>& log);
+  // One service call: the event it delivered, if any (one read hands the
+  // subscribers at most one), is appended to `events`, the module's log
+  // lines of a failed call to `log`. False when the call failed.
+  bool service_once(std::vector<ReceivedEvent>& events, std::vector<qira::host::LogRecord>& log);
+  // Moves the events delivered but not yet taken to `events`.
+  void take(std::vector<ReceivedEvent>& events);
+  // The descriptor of the module's socket, or -1 (see events_view.h).
+  int socket_fd();
 
  private:
   static void on_event(qira::network::event_type type, const qira::variant::Variant& payload,

@@ -68,6 +68,8 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
       result.options.help = true;
     } else if (word == "--ap") {
       result.options.ap_mode = true;
+    } else if (word == "--again") {
+      result.options.again = true;
     } else if (word == "--vendor") {
       result.options.vendor_tools = true;
     } else if (std::optional<std::string>* target = text_option(word, result.options)) {

@@ -20,6 +20,9 @@ struct GlobalOptions {
   std::optional<unsigned long long> count;
   // --ap: apply, connect, disconnect, recover act on the setup access point.
   bool ap_mode = false;
+  // --again: scan asks the module for the results a second time and shows
+  // that answer too (a scan's results are delivered once).
+  bool again = false;
   // --vendor: connect, disconnect hand the radio to the vendor tools.
   bool vendor_tools = false;
   // --address ADDR, --netmask MASK: hook, the access point's address; unset
@@ -36,7 +39,8 @@ struct CommandLine {
 // Splits `args` (argv without the program name). Global options are taken
 // wherever they stand, as "--module PATH" or "--module=PATH" (and the same
 // for "--timeout MS", MS in decimal digits, "--address ADDR" and "--netmask MASK"); the
-// flags "--ap" and "--vendor" likewise; "--" ends the options. Any other word that starts with
+// flags "--ap", "--vendor" and "--again" likewise; "--" ends the options. Any other word that
+// starts with
 // '-' is an error: commands take no options of their own yet. False, with `error` set, on a bad
 // option.
 bool parse_command_line(const std::vector<std::string>& args, CommandLine& out, std::string& error);

@@ -6,6 +6,7 @@
 #include "module_session.h"
 #include "output.h"
 #include "qira/host/seams.h"
+#include "qira/netlib/events_view.h"
 #include "qira/network/netlib_scan.h"
 #include "scan_table.h"
 #include "stop_signals.h"
@@ -61,6 +62,14 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
           ? std::chrono::milliseconds(static_cast<long long>(
                 std::min<unsigned long long>(*options.timeout_ms, 24ULL * 3600 * 1000)))
           : kScanDefaultTimeout;
+  // The scan's notifications arrive on the event module's socket, which the
+  // trigger has joined to nl80211's groups: each time it is readable the
+  // scan module is serviced once, and nothing runs in between.
+  const int fd = qira::netlib::wireless_events_fd(session.context());
+  if (fd < 0) {
+    streams.err << "qira-wifi: the event module has no socket to wait on\n";
+    return kExitActionFailed;
+  }
   const auto started = std::chrono::steady_clock::now();
   network::scan_status status{false, false};
   while (true) {
@@ -77,8 +86,13 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
                   << " ms\n";
       return kExitActionFailed;
     }
-    if (stop.wait(std::min(kScanTick, limit - elapsed))) {
+    const StopSignals::Wake wake = stop.wait_readable(fd, limit - elapsed);
+    if (wake == StopSignals::Wake::stop) {
       streams.err << "qira-wifi: interrupted\n";
+      return kExitActionFailed;
+    }
+    if (wake == StopSignals::Wake::failed) {
+      streams.err << "qira-wifi: the event module's socket cannot be waited on\n";
       return kExitActionFailed;
     }
   }
@@ -86,19 +100,36 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
   if (!results(session.context(), ifname, records, options.ap_mode)) {
     return report_failure("scan results failed", capture.records(), streams);
   }
+  // --again: the module hands a scan's results out once; the second answer
+  // shows what a later call gets.
+  std::vector<network::ap_info> again;
+  if (options.again && !results(session.context(), ifname, again, options.ap_mode)) {
+    return report_failure("second scan results call failed", capture.records(), streams);
+  }
   if (options.verbose) {
     for (const qira::host::LogRecord& record : capture.records()) {
       streams.err << qira::host::format_log_record(record) << "\n";
     }
   }
   const std::vector<network::ap_info> ranked = rank_access_points(std::move(records));
+  const std::vector<network::ap_info> ranked_again = rank_access_points(std::move(again));
   if (options.json) {
-    streams.out << scan_to_variant(ifname, status.aborted, ranked).ToJSON(2) << "\n";
+    qira::variant::Variant root = scan_to_variant(ifname, status.aborted, ranked);
+    if (options.again) {
+      root["again"] = access_points_variant(ranked_again);
+    }
+    streams.out << root.ToJSON(2) << "\n";
   } else {
     if (status.aborted) {
       streams.out << "scan aborted: results may be incomplete\n";
     }
     streams.out << render_scan_text(ranked);
+    if (options.again) {
+      streams.out << "results asked again: " << ranked_again.size() << " access points\n";
+      if (!ranked_again.empty()) {
+        streams.out << render_scan_text(ranked_again);
+      }
+    }
   }
   return kExitOk;
 }

@@ -1,5 +1,6 @@
-// `scan IFNAME [--timeout MS]`: one scan through the module's scan calls,
-// then the ranked, de-duplicated access points as a table (or JSON).
+// `scan IFNAME [--timeout MS] [--again]`: one scan through the module's scan
+// calls, then the ranked, de-duplicated access points as a table (or JSON);
+// with --again, also the answer of a second results call for the same scan.
 #ifndef QIRA_TOOLS_QIRA_WIFI_SCAN_COMMAND_H
 #define QIRA_TOOLS_QIRA_WIFI_SCAN_COMMAND_H
 
@@ -14,8 +15,6 @@ namespace qira::wifi {
 
 // How long scan waits for the scan's end when --timeout is not given.
 inline constexpr std::chrono::milliseconds kScanDefaultTimeout{10000};
-// Longest wait between two services of the scan module.
-inline constexpr std::chrono::milliseconds kScanTick{50};
 
 // run_scan, the command's handler, is declared with the others in commands.h.
 

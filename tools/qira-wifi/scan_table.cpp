@@ -112,7 +112,12 @@ qira::variant::Variant scan_to_variant(const std::string& ifname, bool aborted,
   qira::variant::Variant root;
   root["ifname"] = ifname;
   root["aborted"] = aborted;
-  qira::variant::Variant& list = root["access_points"];
+  root["access_points"] = access_points_variant(records);
+  return root;
+}
+
+qira::variant::Variant access_points_variant(const std::vector<ap_info>& records) {
+  qira::variant::Variant list;
   list.IsArray(true);
   for (const ap_info& record : records) {
     qira::variant::Variant entry;
@@ -126,7 +131,7 @@ qira::variant::Variant scan_to_variant(const std::string& ifname, bool aborted,
     entry["security"] = security_text(record);
     list.Append(entry);
   }
-  return root;
+  return list;
 }
 
 }  // namespace qira::wifi

@@ -22,6 +22,9 @@ std::string band_text(unsigned int frequency);
 // One header line, then one line per record: BSSID, escaped SSID, channel,
 // frequency, band, signal, security.
 std::string render_scan_text(const std::vector<qira::network::ap_info>& records);
+// The records as a JSON array of objects (bssid, ssid, channel, frequency,
+// band, signal, quality, security).
+qira::variant::Variant access_points_variant(const std::vector<qira::network::ap_info>& records);
 // {"ifname":..., "aborted":..., "access_points":[{...}, ...]}
 qira::variant::Variant scan_to_variant(const std::string& ifname, bool aborted,
                                        const std::vector<qira::network::ap_info>& records);

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace qira::wifi {
@@ -11,6 +12,9 @@ namespace qira::wifi {
 namespace {
 
 volatile sig_atomic_t signal_pipe_write = -1;
+
+// poll() takes an int of milliseconds; longer waits are taken in turns.
+constexpr long long kLongestPoll = 24LL * 3600 * 1000;
 
 void on_stop_signal(int /*signal*/) {
   const int saved = errno;
@@ -54,6 +58,49 @@ bool StopSignals::wait(std::chrono::milliseconds timeout) {
   pollfd waiting{pipe_[0], POLLIN, 0};
   stopped_ = ::poll(&waiting, 1, static_cast<int>(timeout.count())) > 0;
   return stopped_;
+}
+
+StopSignals::Wake StopSignals::wait_readable(int fd,
+                                             std::optional<std::chrono::milliseconds> timeout) {
+  using clock = std::chrono::steady_clock;
+  // A flag and a plain time point rather than an optional one: gcc 12 for
+  // 32-bit ARM takes the optional's value for possibly uninitialised.
+  const bool has_deadline = timeout.has_value();
+  const clock::time_point deadline = has_deadline ? clock::now() + *timeout : clock::time_point();
+  while (true) {
+    if (stopped_) {
+      return Wake::stop;
+    }
+    int wait_ms = -1;
+    if (has_deadline) {
+      // Rounded up: a wait cut short by rounding would only come round again.
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
+      wait_ms = static_cast<int>(std::clamp<long long>(left.count(), 0, kLongestPoll));
+    }
+    pollfd waiting[2] = {{pipe_[0], POLLIN, 0}, {fd, POLLIN, 0}};
+    // Without the pipe (it could not be made) only the descriptor is watched.
+    const int ready = pipe_[0] >= 0 ? ::poll(waiting, 2, wait_ms) : ::poll(&waiting[1], 1, wait_ms);
+    if (ready < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return Wake::failed;
+    }
+    if (waiting[0].revents != 0) {
+      stopped_ = true;
+      return Wake::stop;
+    }
+    const short events = waiting[1].revents;
+    if ((events & POLLNVAL) != 0 || ((events & POLLHUP) != 0 && (events & POLLIN) == 0)) {
+      return Wake::failed;
+    }
+    if ((events & (POLLIN | POLLERR)) != 0) {
+      return Wake::readable;
+    }
+    if (ready == 0 && has_deadline && clock::now() >= deadline) {
+      return Wake::timeout;
+    }
+  }
 }
 
 }  // namespace qira::wifi

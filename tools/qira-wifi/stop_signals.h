@@ -6,6 +6,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <optional>
 
 namespace qira::wifi {
 
@@ -25,6 +26,21 @@ class StopSignals {
   bool wait(std::chrono::milliseconds timeout);
   // Whether a stop signal has come, without waiting.
   bool requested() { return wait(std::chrono::milliseconds(0)); }
+
+  enum class Wake {
+    stop,      // a stop signal has come (it wins over a readable descriptor)
+    readable,  // `fd` has something to read, or a pending error to report
+    timeout,   // neither within the time given
+    failed,    // `fd` is not open or its peer hung up (or poll() failed): waiting
+               // on it cannot go on
+  };
+  // Waits until a stop signal comes, `fd` is readable or `timeout` has passed
+  // (no limit when unset). Level-triggered: as long as `fd` holds unread
+  // data it wakes at once, so a caller that reads one batch per wake never
+  // misses the rest, and one that reads nothing when it is readable would
+  // spin (which a socket that is readable never lets happen). A signal that
+  // interrupts poll() is waited through with the time that is left.
+  Wake wait_readable(int fd, std::optional<std::chrono::milliseconds> timeout);
 
  private:
   int pipe_[2] = {-1, -1};

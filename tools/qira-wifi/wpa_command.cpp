@@ -128,11 +128,13 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
   const std::string& ifname = args.at(0);
   StopSignals signals;
   CommandLog log(options.verbose, streams.err);
+  // Made before the client so that it outlives it: the client's destructor
+  // detaches, and events that arrive before the reply still reach it.
+  EventPrinter printer{&streams.out, &log};
   network::WpaClient client;
   if (!client.Init(ifname)) {
     return unreachable(ifname, log, streams);
   }
-  EventPrinter printer{&streams.out, &log};
   if (!client.Subscribe(&print_event, &printer)) {
     streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " refused ATTACH\n";
     return kExitActionFailed;

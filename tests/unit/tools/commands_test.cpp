@@ -49,6 +49,7 @@ TEST(Commands, UsageText) {
             "  --ap           apply, connect, disconnect, recover, scan: the setup access "
             "point\n"
             "  --vendor       connect, disconnect: the vendor tools\n"
+            "  --again        scan: ask for the results a second time and show that answer too\n"
             "  --address A    hook: the access point's address (default 192.168.1.1)\n"
             "  --netmask M    hook: its netmask (default 255.255.255.0)\n"
             "  --help         print this help\n"

@@ -42,6 +42,13 @@ TEST(Options, GlobalFlagsBeforeTheCommand) {
   EXPECT_EQ(line.words, (std::vector<std::string>{"info", "wlan0"}));
 }
 
+TEST(Options, AgainIsAFlagOffByDefault) {
+  EXPECT_FALSE(parse_ok({"scan", "wlan1"}).options.again);
+  const CommandLine line = parse_ok({"scan", "wlan1", "--again"});
+  EXPECT_TRUE(line.options.again);
+  EXPECT_EQ(line.words, (std::vector<std::string>{"scan", "wlan1"}));
+}
+
 TEST(Options, GlobalFlagsAfterTheCommand) {
   const CommandLine line = parse_ok({"info", "wlan0", "--json"});
   EXPECT_TRUE(line.options.json);

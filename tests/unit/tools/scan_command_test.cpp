@@ -141,6 +141,39 @@ TEST(ScanCommand, JsonReportsAnAbortedScan) {
   EXPECT_EQ(processes.calls()[0].program, "hostapd");
 }
 
+TEST(ScanCommand, AgainShowsThatASecondResultsCallIsEmpty) {
+  ScanKernel kernel;
+  kernel.end_scans_at_once();
+  kernel.set_bss_table({bss(1, "alpha", 2412, 40)});
+  const ProgramRun result = run_args({"scan", "lo", "--again"});
+  EXPECT_EQ(result.status, kExitOk) << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.out,
+            "BSSID              SSID  CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n"
+            "0a:00:00:00:00:01  alpha       1      2412 2.4 GHz      40 open\n"
+            "results asked again: 0 access points\n");
+  EXPECT_EQ(kernel.dumps().size(), 1u);
+}
+
+TEST(ScanCommand, JsonAgainAddsTheSecondAnswerAsAnEmptyArray) {
+  ScanKernel kernel;
+  kernel.end_scans_at_once();
+  kernel.set_bss_table({bss(1, "alpha", 2412, 40)});
+  const ProgramRun result = run_args({"--json", "--again", "scan", "lo"});
+  EXPECT_EQ(result.status, kExitOk) << result.err;
+  qira::variant::Variant expected =
+      scan_to_variant("lo", false, {record("0a:00:00:00:00:01", "alpha", 2412, 1, 40, 0, 0)});
+  expected["again"] = access_points_variant({});
+  EXPECT_EQ(result.out, expected.ToJSON(2) + "\n");
+  EXPECT_NE(result.out.find("\"again\": []"), std::string::npos) << result.out;
+}
+
+TEST(ScanToVariant, NoRecordIsAnEmptyArray) {
+  EXPECT_EQ(scan_to_variant("wlan1", false, {}).ToJSON(),
+            "{\"aborted\":false,\"access_points\":[],\"ifname\":\"wlan1\"}");
+  EXPECT_EQ(access_points_variant({}).ToJSON(), "[]");
+}
+
 TEST(ScanCommand, AScanThatNeverEndsTimesOut) {
   ScanKernel kernel;
   const ProgramRun result = run_args({"scan", "lo", "--timeout", "150"});
