@@ -2,16 +2,18 @@
 // the scan through the kernel's notifications, the results dump and the
 // service call that reports where the scan stands.
 #include <net/if.h>
-#include <netlink/errno.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>
 
 #include <linux/nl80211.h>
 
+#include <chrono>
+
 #include "frame/context.h"
 #include "frame/module_log.h"
 #include "netlib_events/events_state.h"
 #include "netlib_events/nl_owners.h"
+#include "netlib_scan/scan_dump.h"
 #include "netlib_scan/scan_state.h"
 #include "qira/network/event_type.h"
 #include "qira/network/netlib_events.h"
@@ -31,11 +33,6 @@ using scan::scan_state;
 // Attribute type of the one SSID inside NL80211_ATTR_SCAN_SSIDS: the nest is
 // a list whose entries are numbered from 1.
 constexpr int kFirstScanSsid = 1;
-// What nl_recvmsgs reports when the non-blocking event socket holds nothing
-// more, as the event module accepts it: -NLE_AGAIN from Debian's libnl, -25
-// from the camera's build.
-constexpr int kNothingToRead = -NLE_AGAIN;
-constexpr int kNothingToReadCameraLibnl = -25;
 
 events::events_state* events_of(void* ctx) {
   return static_cast<events::events_state*>(frame::as_context(ctx)->wireless_events);
@@ -74,38 +71,53 @@ bool check(void* ctx) {
 }
 
 // Dumps the kernel's BSS table of the last trigger's interface into the
-// scan list, through the module's own callback set.
+// scan list, through the module's own callback set. The request shares the
+// event socket with every nl80211 notification (scan_dump.h says what that
+// costs on the camera's kernel): the queue is emptied first, only the
+// replies to this call's requests reach the scan list, a dump the kernel
+// refused is asked for again (at most kDumpAttempts requests), and waiting
+// for replies ends at a deadline, so a host's loop is never held.
 bool receive_results(void* ctx) {
-  const message_ptr msg(nlmsg_alloc());
-  if (!msg) {
-    NETLIB_LOG(kLogError, 0, "Failed to allocate netlink message");
-    return false;
-  }
   events::events_state* events = events_of(ctx);
   scan_state* state = state_of(ctx);
-  if (genlmsg_put(msg.get(), NL_AUTO_PORT, NL_AUTO_SEQ, events->nl80211_id, 0, NLM_F_DUMP,
-                  NL80211_CMD_GET_SCAN, 0) == nullptr ||
-      nla_put_u32(msg.get(), NL80211_ATTR_IFINDEX, static_cast<std::uint32_t>(state->ifindex)) !=
-          0) {
-    NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
-    return false;
+  // Notifications queued now would lie ahead of the dump and leave no room
+  // for its first buffer. They are dropped, as a single read of the dump
+  // would have consumed them; the scan's own end has been handled already.
+  scan::drain_socket(events->sock);
+  scan::dump_progress progress;
+  const scan::dump_callbacks installed(state->callbacks, progress);
+  const auto deadline = std::chrono::steady_clock::now() + scan::kDumpReplyWait;
+  for (int attempt = 0; attempt < scan::kDumpAttempts; ++attempt) {
+    const message_ptr msg(nlmsg_alloc());
+    if (!msg) {
+      NETLIB_LOG(kLogError, 0, "Failed to allocate netlink message");
+      return false;
+    }
+    if (genlmsg_put(msg.get(), NL_AUTO_PORT, NL_AUTO_SEQ, events->nl80211_id, 0, NLM_F_DUMP,
+                    NL80211_CMD_GET_SCAN, 0) == nullptr ||
+        nla_put_u32(msg.get(), NL80211_ATTR_IFINDEX, static_cast<std::uint32_t>(state->ifindex)) !=
+            0) {
+      NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
+      return false;
+    }
+    // Unlike the trigger, a send that reports 0 bytes is not a failure here.
+    if (nl_send_auto_complete(events->sock, msg.get()) < 0) {
+      NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
+      return false;
+    }
+    progress.sequences.push_back(nlmsg_hdr(msg.get())->nlmsg_seq);
+    progress.refusal = 0;
+    const scan::dump_outcome outcome =
+        scan::read_dump(events->sock, state->callbacks, progress, deadline);
+    if (outcome == scan::dump_outcome::complete) {
+      return true;
+    }
+    if (outcome != scan::dump_outcome::refused) {
+      break;
+    }
   }
-  // Unlike the trigger, a send that reports 0 bytes is not a failure here.
-  if (nl_send_auto_complete(events->sock, msg.get()) < 0) {
-    NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
-    return false;
-  }
-  // The event socket is non-blocking. A kernel may not have queued the whole
-  // dump when this read runs; libnl then answers "try again", which the event
-  // module accepts on this socket as "nothing waiting", and so does this
-  // request: what was read so far stays in the scan list, and the results
-  // call delivers it.
-  const int received = nl_recvmsgs(events->sock, state->callbacks);
-  if (received < 0 && received != kNothingToRead && received != kNothingToReadCameraLibnl) {
-    NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
-    return false;
-  }
-  return true;
+  NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
+  return false;
 }
 
 // Subscriber of the event module; `user` is the library context. Runs

@@ -128,6 +128,18 @@ std::vector<std::vector<std::uint8_t>> ScanKernel::answer_nl80211(const nlmsghdr
       }
     }
     dumps_.push_back(seen);
+    if (!ahead_of_dump_.empty()) {
+      notify(ahead_of_dump_, kScanGroup);
+      ahead_of_dump_.clear();
+    }
+    if (receive_error_at_dump_ != 0) {
+      fail_next_receive(receive_error_at_dump_);
+      receive_error_at_dump_ = 0;
+    }
+    if (refused_dumps_ > 0) {
+      --refused_dumps_;
+      return {error_message(request, dump_error_)};
+    }
     return answer_dump(request);
   }
   return SimulatedNl80211::answer_nl80211(request, message, socket);
@@ -153,6 +165,9 @@ std::vector<std::vector<std::uint8_t>> ScanKernel::answer_dump(const nlmsghdr& r
       datagrams.emplace_back();
     }
     datagrams.back().insert(datagrams.back().end(), bytes.begin(), bytes.end());
+  }
+  if (dumps_open_) {
+    return datagrams;
   }
   const std::vector<std::uint8_t> done = done_message(request);
   datagrams.back().insert(datagrams.back().end(), done.begin(), done.end());

@@ -54,9 +54,33 @@ class ScanKernel : public SimulatedNl80211 {
   void start_foreign_scan() { scanning_ = true; }
   bool scanning() const { return scanning_; }
 
+  // The next `count` dumps are answered by an error reply `error` (negative,
+  // as the kernel sends it; -ENOBUFS when the first buffer found no room in
+  // the socket's queue) instead of the table.
+  void refuse_dumps(int count, int error) {
+    refused_dumps_ = count;
+    dump_error_ = error;
+  }
+  // `notification` reaches the scan group just before the next dump's
+  // replies, so that it lies ahead of them in the queue.
+  void notify_before_next_dump(Nl80211Notification notification) {
+    ahead_of_dump_.push_back(std::move(notification));
+  }
+  // The first receive after the next dump request fails with `error`
+  // (ENOBUFS for an overrun, EAGAIN for a read that finds nothing yet).
+  void fail_receive_after_next_dump(int error) { receive_error_at_dump_ = error; }
+  // Dumps are then answered without their closing NLMSG_DONE.
+  void leave_dumps_open(bool open) { dumps_open_ = open; }
+
   const std::vector<TriggerRequest>& triggers() const { return triggers_; }
   const std::vector<DumpRequest>& dumps() const { return dumps_; }
   int refused_triggers() const { return refused_; }
+  // Drops the recorded triggers and dumps, for a caller that scans without
+  // end (a fuzzer) and must not grow with every scan.
+  void forget_requests() {
+    triggers_.clear();
+    dumps_.clear();
+  }
 
  protected:
   std::vector<std::vector<std::uint8_t>> answer_nl80211(const nlmsghdr& request,
@@ -72,7 +96,12 @@ class ScanKernel : public SimulatedNl80211 {
   bool scanning_ = false;
   bool end_at_once_ = false;
   bool end_aborted_ = false;
+  bool dumps_open_ = false;
   int refused_ = 0;
+  int refused_dumps_ = 0;
+  int dump_error_ = 0;
+  int receive_error_at_dump_ = 0;
+  std::vector<Nl80211Notification> ahead_of_dump_;
 };
 
 }  // namespace qira::test::scan

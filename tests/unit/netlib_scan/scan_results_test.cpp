@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "qira/host/seams.h"
+#include "qira/network/netlib_netm.h"
 #include "support/wpa_supplicant_sim.h"
 #include "unit/netlib_scan/scan_test_util.h"
 
@@ -313,6 +315,81 @@ TEST_F(ScanResults, AbortedScanWithRecoveryDisabledDeliversWithoutWarning) {
   EXPECT_EQ(out.size(), 1u);
   EXPECT_TRUE(processes.calls().empty());
   expect_lines(log, {});
+}
+
+// The identity record of a camera of board `sysid`.
+qira::variant::Variant board_identity(std::uint64_t sysid) {
+  qira::variant::Variant record;
+  record["sysid"] = static_cast<unsigned long long>(sysid);
+  record["name"] = "Cam";
+  record["hwaddr"] = "00000000ABCD";
+  return record;
+}
+
+// Taking the setup access point down through the network manager, with the
+// processes and the interface calls observed rather than made.
+class ScanResultsAfterDisconnect : public ScanResults {
+ protected:
+  void TearDown() override { qira::host::clear_identity_record(); }
+  bool disconnect_access_point(std::uint64_t sysid) {
+    qira::host::set_identity_record(board_identity(sysid));
+    // Where the Broadcom board's disconnect writes the station firmware path.
+    std::filesystem::create_directories("/sys/module/bcmdhd/parameters");
+    qira::host::NetlibRecorder interfaces;
+    return qira::network::netlib_netm_wireless_disconnect(ctx(), "ap0", true, false);
+  }
+  std::vector<std::string> restarts(const qira::host::ProcessRecorder& processes) {
+    std::vector<std::string> calls;
+    for (const qira::host::ProcessCall& call : processes.calls()) {
+      calls.push_back(call.kind == qira::host::ProcessCall::kSignal
+                          ? "signal " + std::to_string(call.signal) + " " + call.program
+                          : "start " + call.program);
+    }
+    return calls;
+  }
+};
+
+TEST_F(ScanResultsAfterDisconnect, OnTheBroadcomBoardAnAbortedScanIsNotRecovered) {
+  qira::host::ProcessRecorder processes;
+  ASSERT_EQ(state()->recovery_enabled, 1);
+  EXPECT_TRUE(disconnect_access_point(0x62B7));
+  EXPECT_EQ(state()->recovery_enabled, 0);
+  processes.clear();
+  {
+    std::ofstream file("/etc/hostapd.conf");
+    file << "interface=ap0\n";
+  }
+  run_scan({generated_bss(1), generated_bss(2)}, true);
+  LogCapture log;
+  bool ok = false;
+  const std::vector<ap_info> out = results(ok, "ap0", true);
+  EXPECT_TRUE(ok);
+  ASSERT_EQ(out.size(), 2u);
+  EXPECT_EQ(out[0].ssid, "net-1");
+  EXPECT_EQ(out[1].ssid, "net-2");
+  // hostapd, stopped by the disconnect, is not started again by the results.
+  EXPECT_TRUE(processes.calls().empty()) << ::testing::PrintToString(restarts(processes));
+  expect_lines(log, {});
+}
+
+TEST_F(ScanResultsAfterDisconnect, OnOtherBoardsTheResultsStillRestartHostapd) {
+  qira::host::ProcessRecorder processes;
+  EXPECT_TRUE(disconnect_access_point(0x62A0));
+  EXPECT_EQ(state()->recovery_enabled, 1);
+  processes.clear();
+  {
+    std::ofstream file("/etc/hostapd.conf");
+    file << "interface=ap0\n";
+  }
+  run_scan({generated_bss(1)}, true);
+  LogCapture log;
+  bool ok = false;
+  const std::vector<ap_info> out = results(ok, "ap0", true);
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(out.size(), 1u);
+  EXPECT_EQ(restarts(processes),
+            (std::vector<std::string>{"signal 15 hostapd", "start /bin/hostapd"}));
+  expect_lines(log, {kRecoverLine});
 }
 
 }  // namespace
