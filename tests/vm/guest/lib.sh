@@ -9,6 +9,7 @@
 #   wlan2  home access point "HomeOpen", open, channel 1 (2412 MHz)
 #   wlan3  home access point "HomeWPA2", WPA2-PSK "correct horse", channel 6
 #          (2437 MHz), with a DHCP server (192.168.50.1, leases .100-.150)
+#   wlan4  the phone of the setup flow, in the network namespace "phone"
 # wlan2 and wlan3 live in the network namespace "home": with both ends of a
 # link in one namespace the kernel would route the camera's traffic locally
 # instead of over the simulated air. Both channels are 2.4 GHz ones that
@@ -20,6 +21,11 @@ QVM_STATE=/run/qvm
 QVM_FAILURES=$QVM_STATE/failures
 QVM_CHECKS=$QVM_STATE/checks
 QVM_HOME=$QVM_STATE/home
+# The world's own daemons run under names of their own (links to the real
+# programs): the module's host stops "hostapd", "dnsmasq", "udhcpc" and
+# "wpa_supplicant" by name, in every namespace, and must not take the home
+# networks or the phone down with the camera's daemons.
+QVM_WORLD_BIN=$QVM_STATE/bin
 
 CAMERA_IF=wlan0
 SPARE_IF=wlan1
@@ -28,11 +34,23 @@ HOME_OPEN_IF=wlan2 HOME_OPEN_SSID=HomeOpen HOME_OPEN_CHANNEL=1 HOME_OPEN_FREQ=24
 HOME_WPA2_IF=wlan3 HOME_WPA2_SSID=HomeWPA2 HOME_WPA2_CHANNEL=6 HOME_WPA2_FREQ=2437
 HOME_WPA2_PSK="correct horse"
 HOME_WPA2_ADDRESS=192.168.50.1
-RADIO_COUNT=4
+# The simulated phone of the setup flow: its own radio in its own namespace,
+# so that its traffic to the camera's access point crosses the air.
+PHONE_NS=phone
+PHONE_IF=wlan4
+# What the module and the identity record make of the setup access point:
+# the interface the scenarios name, the address "apply --ap" gives it when
+# the configuration has no fallback address, and the SSID built from the
+# identity's name and hardware address.
+SETUP_AP_IF=ap0
+SETUP_AP_ADDRESS=192.168.1.20
+SETUP_AP_SSID="Setup Virtual Camera (AB12)"
+RADIO_COUNT=5
 
 # busybox's shell runs its own "ip" applet for a bare "ip"; it knows no netns.
 ip() { /usr/sbin/ip "$@"; }
 in_home() { /usr/sbin/ip netns exec "$HOME_NS" "$@"; }
+in_phone() { /usr/sbin/ip netns exec "$PHONE_NS" "$@"; }
 
 uptime_s() { cut -d' ' -f1 /proc/uptime; }
 # Hundredths of a second since boot, as an integer.
@@ -138,6 +156,41 @@ stop_pidfile() {
   }
 }
 
+# pids_named NAME: the processes whose command name (/proc/PID/comm) is NAME,
+# in every namespace: the way the module's host finds what it stops.
+pids_named() {
+  local comm pid name state key value
+  for comm in /proc/[0-9]*/comm; do
+    read -r name 2> /dev/null < "$comm" || continue
+    [ "$name" = "$1" ] || continue
+    pid=${comm#/proc/}
+    pid=${pid%/comm}
+    state=
+    while read -r key value _; do
+      [ "$key" = State: ] && { state=$value; break; }
+    done 2> /dev/null < "/proc/$pid/status"
+    [ "$state" = Z ] || echo "$pid"
+  done
+  return 0
+}
+
+no_process_named() { [ -z "$(pids_named "$1")" ]; }
+
+# stop_named NAME...: ends the processes the module starts without pid files
+# (hostapd, dnsmasq, udhcpc, wpa_supplicant) and waits until they are gone.
+stop_named() {
+  local name pids
+  for name in "$@"; do
+    pids=$(pids_named "$name")
+    [ -n "$pids" ] || continue
+    kill $pids 2> /dev/null
+    wait_for 10 no_process_named "$name" || {
+      kill -9 $(pids_named "$name") 2> /dev/null
+      wait_for 5 no_process_named "$name"
+    }
+  done
+}
+
 # ------------------------------------------------------------------ the world
 hostapd_enabled() { # hostapd_enabled IFNAME
   in_home hostapd_cli -p "$QVM_HOME/hostapd" -i "$1" status 2> /dev/null | grep -qx 'state=ENABLED'
@@ -145,7 +198,7 @@ hostapd_enabled() { # hostapd_enabled IFNAME
 
 start_home_ap() { # start_home_ap IFNAME CONFIG-TEXT
   printf '%s\n' "$2" > "$QVM_HOME/hostapd-$1.conf"
-  in_home /bin/hostapd -B -t -f "$QVM_HOME/hostapd-$1.log" -P "$QVM_HOME/hostapd-$1.pid" \
+  in_home "$QVM_WORLD_BIN/home-hostapd" -B -t -f "$QVM_HOME/hostapd-$1.log" -P "$QVM_HOME/hostapd-$1.pid" \
     "$QVM_HOME/hostapd-$1.conf" || {
     fail "hostapd on $1 did not start"
     return 1
@@ -160,7 +213,13 @@ start_home_ap() { # start_home_ap IFNAME CONFIG-TEXT
 # two home networks. Once per boot, from /init.
 world_up() {
   local ifname phy
-  mkdir -p "$QVM_HOME/hostapd"
+  mkdir -p "$QVM_HOME/hostapd" "$QVM_WORLD_BIN"
+  ln -sf /usr/bin/hostapd "$QVM_WORLD_BIN/home-hostapd"
+  ln -sf /usr/bin/dnsmasq "$QVM_WORLD_BIN/home-dnsmasq"
+  ln -sf /usr/bin/wpa_supplicant "$QVM_WORLD_BIN/phone-wpa_supplicant"
+  # The module appends its access point's name to /etc/hosts: camera_reset
+  # puts this copy back.
+  cp /etc/hosts "$QVM_STATE/hosts.world"
   : > /var/log/vendor-tools.log
   modprobe mac80211_hwsim radios=$RADIO_COUNT || {
     fail "modprobe mac80211_hwsim failed"
@@ -178,6 +237,13 @@ world_up() {
   }
   ip netns add "$HOME_NS"
   in_home ip link set lo up
+  ip netns add "$PHONE_NS"
+  in_phone ip link set lo up
+  phy=$(cat "/sys/class/net/$PHONE_IF/phy80211/name")
+  iw phy "$phy" set netns name "$PHONE_NS" || {
+    fail "cannot move $phy ($PHONE_IF) into netns $PHONE_NS"
+    return 1
+  }
   for ifname in $HOME_OPEN_IF $HOME_WPA2_IF; do
     phy=$(cat "/sys/class/net/$ifname/phy80211/name")
     iw phy "$phy" set netns name "$HOME_NS" || {
@@ -204,7 +270,7 @@ wpa_passphrase=$HOME_WPA2_PSK" || return 1
   in_home ip addr add "$HOME_WPA2_ADDRESS/24" dev "$HOME_WPA2_IF"
   # --conf-file=/dev/null: /etc/dnsmasq.conf belongs to the camera's own
   # setup access point, not to the home network.
-  in_home /bin/dnsmasq --conf-file=/dev/null --port=0 --interface="$HOME_WPA2_IF" \
+  in_home "$QVM_WORLD_BIN/home-dnsmasq" --conf-file=/dev/null --port=0 --interface="$HOME_WPA2_IF" \
     --bind-interfaces --dhcp-authoritative \
     --dhcp-range=192.168.50.100,192.168.50.150,255.255.255.0,1h \
     --dhcp-leasefile="$QVM_HOME/dnsmasq.leases" --pid-file="$QVM_HOME/dnsmasq.pid" \
@@ -218,6 +284,19 @@ wpa_passphrase=$HOME_WPA2_PSK" || return 1
   }
 }
 
+# setup_flow_reset: undoes what the module's setup flow leaves behind: its
+# daemons (started without pid files), the access point's interface, the
+# files it writes, /etc/hosts as the world had it, the phone's radio.
+setup_flow_reset() {
+  stop_named hostapd dnsmasq udhcpc wpa_supplicant
+  [ -e "/sys/class/net/$SETUP_AP_IF" ] && iw dev "$SETUP_AP_IF" del
+  rm -rf /etc/wlan0.conf /tmp/wlan0.conf.* /etc/hostapd.conf /etc/dnsmasq.conf /etc/resolv.conf \
+    /var/log/hostapd.log /var/log/dnsmasq.log /var/run/hostapd /var/run/dnsmasq.pid
+  cp "$QVM_STATE/hosts.world" /etc/hosts
+  in_phone ip addr flush dev "$PHONE_IF"
+  in_phone ip link set "$PHONE_IF" down
+}
+
 # Gives the next scenario a fresh camera: no station daemons, station radios
 # down without addresses, an empty vendor-tool log; checks that the home
 # networks still run.
@@ -226,6 +305,7 @@ camera_reset() {
   for file in "$QVM_STATE"/*.pid; do
     [ -e "$file" ] && stop_pidfile "$file"
   done
+  setup_flow_reset
   rm -rf /var/run/wpa_supplicant "$QVM_STATE"/scenario
   mkdir -p "$QVM_STATE/scenario"
   for ifname in $CAMERA_IF $SPARE_IF; do
@@ -242,16 +322,19 @@ wpa_state_is() { # wpa_state_is IFNAME STATE
   wpa_cli -i "$1" status 2> /dev/null | grep -qx "wpa_state=$2"
 }
 
-# start_wpa_supplicant IFNAME CONFIG: runs /bin/wpa_supplicant on the
-# camera's radio and waits for its control socket.
+# start_wpa_supplicant IFNAME CONFIG [OPTION...]: runs /bin/wpa_supplicant on
+# the camera's radio (with the extra options, e.g. -d) and waits for its
+# control socket.
 start_wpa_supplicant() {
-  /bin/wpa_supplicant -B -t -i "$1" -D nl80211 -c "$2" \
-    -P "$QVM_STATE/wpa_supplicant-$1.pid" -f "$QVM_STATE/scenario/wpa_supplicant-$1.log" || {
-    fail "wpa_supplicant on $1 did not start"
+  local ifname=$1 conf=$2
+  shift 2
+  /bin/wpa_supplicant -B -t -i "$ifname" -D nl80211 -c "$conf" "$@" \
+    -P "$QVM_STATE/wpa_supplicant-$ifname.pid" -f "$QVM_STATE/scenario/wpa_supplicant-$ifname.log" || {
+    fail "wpa_supplicant on $ifname did not start"
     return 1
   }
-  wait_for 10 test -S "/var/run/wpa_supplicant/$1" || {
-    fail "no wpa_supplicant control socket for $1 within 10 s"
+  wait_for 10 test -S "/var/run/wpa_supplicant/$ifname" || {
+    fail "no wpa_supplicant control socket for $ifname within 10 s"
     return 1
   }
 }
@@ -321,4 +404,164 @@ expect_query_fails() {
   expect_eq "$2 log errno" "$4" "$(json_get "$1" "queries.$2.log.0.errno")"
   expect_eq "$2 log level" 3 "$(json_get "$1" "queries.$2.log.0.level")"
   expect_eq "$2 log module" qira_network_utils_wireless "$(json_get "$1" "queries.$2.log.0.module")"
+}
+
+# ------------------------------------------------------------------ nl80211 listeners
+# netlink_groups PID: for each generic netlink socket of process PID that has
+# joined multicast groups, the mask of the first 32 (as /proc/net/netlink
+# prints it, in hex). nl80211's groups are among them: its family is
+# registered early, when the module loads.
+netlink_groups() {
+  local fd socket
+  for fd in /proc/"$1"/fd/*; do
+    socket=$(readlink "$fd" 2> /dev/null) || continue
+    case $socket in socket:\[*\]) ;; *) continue ;; esac
+    socket=${socket#socket:\[}
+    socket=${socket%\]}
+    awk -v inode="$socket" '$2 == 16 && $10 == inode && $4 != "00000000" { print $4 }' /proc/net/netlink
+  done
+}
+
+# has_joined PID MASK: one socket of process PID has joined every group of
+# the hex MASK.
+has_joined() {
+  local mask
+  for mask in $(netlink_groups "$1"); do
+    [ $((0x$mask & 0x$2)) -eq $((0x$2)) ] && return 0
+  done
+  return 1
+}
+
+# start_event_listeners DIR: "qira-wifi --json events" (stdout to
+# DIR/events.out, stderr to DIR/events.err; TEXT as a second argument
+# prints text lines instead) and "iw event -t" (DIR/iw-event.txt) in the
+# background, pid files in $QVM_STATE. Returns once both have joined the
+# groups the module joins: qira-wifi says it listens once its module has
+# joined them, and iw's socket must hold the same memberships.
+start_event_listeners() {
+  local dir=$1 format=${2:-} mask
+  iw event -t > "$dir/iw-event.txt" 2>&1 &
+  echo $! > "$QVM_STATE/iw-event.pid"
+  if [ "$format" = TEXT ]; then
+    qira-wifi events > "$dir/events.out" 2> "$dir/events.err" &
+  else
+    qira-wifi --json events > "$dir/events.out" 2> "$dir/events.err" &
+  fi
+  echo $! > "$QVM_STATE/qira-events.pid"
+  wait_for 10 grep -qx "qira-wifi: listening for nl80211 events" "$dir/events.err" || {
+    fail "qira-wifi events did not listen within 10 s: $(cat "$dir/events.err")"
+    return 1
+  }
+  mask=$(netlink_groups "$(cat "$QVM_STATE/qira-events.pid")" | head -1)
+  [ -n "$mask" ] || {
+    fail "qira-wifi events has joined no netlink group"
+    return 1
+  }
+  wait_for 10 has_joined "$(cat "$QVM_STATE/iw-event.pid")" "$mask" || {
+    fail "iw event did not join the groups $mask within 10 s"
+    return 1
+  }
+  EVENT_GROUPS=$mask
+}
+
+# ------------------------------------------------------------------ the setup flow
+# The camera's setup access point as "qira-wifi apply/connect --ap" makes it,
+# and the simulated phone that joins it from the network namespace "phone".
+setup_ap_state_is() { # setup_ap_state_is STATE
+  hostapd_cli -p /var/run/hostapd -i "$SETUP_AP_IF" status 2> /dev/null | grep -qx "state=$1"
+}
+
+# setup_ap_value KEY: one line of the setup access point's hostapd status.
+setup_ap_value() {
+  hostapd_cli -p /var/run/hostapd -i "$SETUP_AP_IF" status 2> /dev/null | sed -n "s/^$1=//p"
+}
+
+# run_qira_wifi WHAT EXPECTED-LINE ARGS...: runs qira-wifi (its module log on
+# stderr), shows what it printed and checks its one output line.
+run_qira_wifi() {
+  local what=$1 expected=$2 output
+  shift 2
+  echo "camera# qira-wifi $*"
+  output=$(qira-wifi --verbose "$@" 2> "$QVM_STATE/scenario/qira-wifi.stderr")
+  sed 's/^/  log: /' "$QVM_STATE/scenario/qira-wifi.stderr"
+  echo "$output"
+  expect_eq "$what" "$expected" "$output"
+  [ "$expected" = "$output" ]
+}
+
+# setup_ap_up CONFIG: "apply --ap" and "connect --ap" on the setup access
+# point's interface; waits until its hostapd is ENABLED.
+setup_ap_up() {
+  run_qira_wifi "apply --ap" "apply $SETUP_AP_IF: done" apply "$SETUP_AP_IF" "$1" --ap || return 1
+  run_qira_wifi "connect --ap" "connect $SETUP_AP_IF: done" connect "$SETUP_AP_IF" --ap || return 1
+  expect_true "setup access point hostapd ENABLED" wait_for 20 setup_ap_state_is ENABLED
+}
+
+# phone_cli ARGS...: wpa_cli on the phone's wpa_supplicant.
+phone_cli() { in_phone wpa_cli -p "$QVM_STATE/phone" -i "$PHONE_IF" "$@"; }
+phone_state_is() { phone_cli status 2> /dev/null | grep -qx "wpa_state=$1"; }
+
+# phone_join SSID: the phone's own wpa_supplicant joins the open network SSID
+# on the setup access point's channel.
+phone_join() {
+  cat > "$QVM_STATE/scenario/phone-wpa.conf" << CONF
+ctrl_interface=$QVM_STATE/phone
+network={
+    ssid="$1"
+    key_mgmt=NONE
+    scan_freq=$HOME_OPEN_FREQ
+}
+CONF
+  in_phone "$QVM_WORLD_BIN/phone-wpa_supplicant" -B -t -i "$PHONE_IF" -D nl80211 \
+    -c "$QVM_STATE/scenario/phone-wpa.conf" -P "$QVM_STATE/phone-wpa_supplicant.pid" \
+    -f "$QVM_STATE/scenario/phone-wpa_supplicant.log" || {
+    fail "the phone's wpa_supplicant did not start"
+    return 1
+  }
+  wait_for 30 phone_state_is COMPLETED || {
+    fail "the phone did not join '$1' within 30 s (wpa_state: $(phone_cli status 2> /dev/null | sed -n 's/^wpa_state=//p'))"
+    return 1
+  }
+}
+
+# phone_lease: one DHCP exchange of the phone (busybox udhcpc in its
+# namespace); prints the leased address with its prefix length.
+phone_lease() {
+  in_phone udhcpc -i "$PHONE_IF" -n -q -t 10 -T 1 -A 1 -s "$QVM_DIR/udhcpc.sh" \
+    > "$QVM_STATE/scenario/udhcpc-phone.log" 2>&1 || {
+    fail "no DHCP lease for the phone: $(tail -3 "$QVM_STATE/scenario/udhcpc-phone.log")"
+    return 1
+  }
+  in_phone ip -4 -o addr show dev "$PHONE_IF" | awk '{ print $4 }'
+}
+
+# write_station_config FILE [MEMBERS]: the stored configuration of the
+# camera's station for HomeWPA2, as "qira-wifi apply" takes it; MEMBERS are
+# the JSON members after "wifi" (default: DHCP, with the fallback address of
+# the setup access point). The station file keeps the pre-shared key
+# unquoted, so the configuration holds the passphrase in double quotes (a
+# bare passphrase would be read as 64 hex digits).
+write_station_config() {
+  local members=${2:-}
+  [ -n "$members" ] ||
+    members="\"dhcp\": {\"status\": 1, \"fallbackIP\": \"$SETUP_AP_ADDRESS\", \"fallbackNetmask\": \"255.255.255.0\"}"
+  cat > "$1" << JSON
+{"wifi": {"ssid": "$HOME_WPA2_SSID", "key": "wpa2",
+          "wpa": {"auth": "psk", "psk": "\"$HOME_WPA2_PSK\""}},
+ $members}
+JSON
+}
+
+# The station file "apply" writes for that configuration.
+station_file_text() {
+  printf 'ctrl_interface=/var/run/wpa_supplicant\nupdate_config=1\nwowlan_triggers=any\nnetwork={\n'
+  printf '\tssid="%s"\n\tscan_ssid=1\n\tproto=WPA RSN\n\tkey_mgmt=WPA-PSK\n\tpsk="%s"\n' \
+    "$HOME_WPA2_SSID" "$HOME_WPA2_PSK"
+  printf '\tpairwise=CCMP TKIP\n\tgroup=CCMP TKIP\n\tauth_alg=OPEN\n}\n'
+}
+
+# home_connections STATION-ADDRESS: how many times the station completed
+# its key handshake with HomeWPA2, by the home access point's log.
+home_connections() {
+  grep -c "AP-STA-CONNECTED $1" "$QVM_HOME/hostapd-$HOME_WPA2_IF.log"
 }
