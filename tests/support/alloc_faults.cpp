@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <new>
+#include <type_traits>
 
 #include <netlink/handlers.h>
 #include <netlink/msg.h>
@@ -113,9 +114,11 @@ nl_msg* nlmsg_alloc(void) {
 void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
   using NothrowNew = void* (*)(std::size_t, const std::nothrow_t&) noexcept;
   // std::size_t is "m" (unsigned long) on LP64 and "j" (unsigned int) on
-  // 32-bit ARM in the mangled name.
+  // 32-bit ARM in the mangled name. The type decides, not its size: on
+  // 32-bit ARM unsigned long and unsigned int are both 32 bits.
   static const auto next = qira::test::next_symbol<NothrowNew>(
-      sizeof(std::size_t) == sizeof(unsigned long) ? "_ZnwmRKSt9nothrow_t" : "_ZnwjRKSt9nothrow_t");
+      std::is_same<std::size_t, unsigned long>::value ? "_ZnwmRKSt9nothrow_t"
+                                                      : "_ZnwjRKSt9nothrow_t");
   if (take_failure(AllocationFaults::kNothrowNew)) {
     return nullptr;
   }

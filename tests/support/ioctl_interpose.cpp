@@ -15,8 +15,17 @@ namespace {
 
 using IoctlFunction = int (*)(int, unsigned long, ...);
 
+// Where a 32-bit target is built with a 64-bit time_t (_TIME_BITS=64),
+// <sys/ioctl.h> gives ioctl the symbol name __ioctl_time64: the definition
+// below then takes that name too, and libc's own is looked up by it.
+#if defined(__USE_TIME_BITS64) && __TIMESIZE == 32
+constexpr char kLibcIoctl[] = "__ioctl_time64";
+#else
+constexpr char kLibcIoctl[] = "ioctl";
+#endif
+
 IoctlFunction libc_ioctl() {
-  static const IoctlFunction next = reinterpret_cast<IoctlFunction>(dlsym(RTLD_NEXT, "ioctl"));
+  static const IoctlFunction next = reinterpret_cast<IoctlFunction>(dlsym(RTLD_NEXT, kLibcIoctl));
   return next;
 }
 
