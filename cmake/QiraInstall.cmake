@@ -1,0 +1,107 @@
+# Install rules, one component per thing a firmware ships:
+#   module  the wireless module (libqira_network_utils_wireless.so.<version>,
+#           its SONAME link and its .so link), its headers, the host contract
+#           headers those include, a pkg-config file and the CMake package
+#           qira_network_utils_wireless (target qira::network_utils_wireless);
+#   host    the reference host library libqira_host, its own headers, its
+#           pkg-config file and the CMake package qira_host (qira::host);
+#   tools   the qira-wifi program.
+# e.g. cmake --install build --component module --prefix /opt/camera
+include(CMakePackageConfigHelpers)
+
+set(QIRA_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake)
+set(QIRA_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The .pc files locate the prefix from their own folder, so that a tree
+# installed with --prefix or DESTDIR (a staging folder, a firmware root) is
+# found where it lies, not where the build was configured to put it.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(QIRA_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+  file(RELATIVE_PATH _qira_pc_to_prefix "/prefix/${QIRA_INSTALL_PKGCONFIGDIR}" "/prefix")
+  string(REGEX REPLACE "/$" "" _qira_pc_to_prefix "${_qira_pc_to_prefix}")
+  set(QIRA_PC_PREFIX "\${pcfiledir}/${_qira_pc_to_prefix}")
+endif()
+foreach(_dir LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${_dir}}")
+    set(QIRA_PC_${_dir} "${CMAKE_INSTALL_${_dir}}")
+  else()
+    set(QIRA_PC_${_dir} "\${prefix}/${CMAKE_INSTALL_${_dir}}")
+  endif()
+endforeach()
+
+# ---- module ------------------------------------------------------------------
+
+# The module's public headers name the host's types (Variant), so the
+# contract headers the module compiles against travel with it: a host project
+# builds against the module with this component alone. The reference host's
+# own headers (qira/host/) stay in the host component.
+set_target_properties(qira_network_utils_wireless PROPERTIES EXPORT_NAME network_utils_wireless)
+set_target_properties(qira_host_headers PROPERTIES EXPORT_NAME host_contract)
+install(TARGETS qira_network_utils_wireless qira_host_headers
+  EXPORT qira_network_utils_wireless-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT module NAMELINK_COMPONENT module)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/qira
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT module
+  FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_SOURCE_DIR}/host/include/qira/host_globals.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qira COMPONENT module)
+install(DIRECTORY
+    ${PROJECT_SOURCE_DIR}/host/include/qira/netlib
+    ${PROJECT_SOURCE_DIR}/host/include/qira/network
+    ${PROJECT_SOURCE_DIR}/host/include/qira/utils
+    ${PROJECT_SOURCE_DIR}/host/include/qira/variant
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qira COMPONENT module
+  FILES_MATCHING PATTERN "*.h")
+install(EXPORT qira_network_utils_wireless-targets
+  NAMESPACE qira::
+  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_network_utils_wireless
+  COMPONENT module)
+configure_package_config_file(
+  ${PROJECT_SOURCE_DIR}/cmake/install/qira_network_utils_wireless-config.cmake.in
+  ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config.cmake
+  INSTALL_DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_network_utils_wireless)
+# The module's ABI is its SONAME: any 1.x module replaces any other.
+write_basic_package_version_file(
+  ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config.cmake
+    ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config-version.cmake
+  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_network_utils_wireless COMPONENT module)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/install/qira_network_utils_wireless.pc.in
+  ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless.pc
+  DESTINATION ${QIRA_INSTALL_PKGCONFIGDIR} COMPONENT module)
+
+# ---- host --------------------------------------------------------------------
+
+set_target_properties(qira_host PROPERTIES EXPORT_NAME host)
+install(TARGETS qira_host
+  EXPORT qira_host-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host NAMELINK_COMPONENT host
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/include/qira/host
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qira COMPONENT host
+  FILES_MATCHING PATTERN "*.h")
+install(EXPORT qira_host-targets
+  NAMESPACE qira::
+  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_host
+  COMPONENT host)
+configure_package_config_file(
+  ${PROJECT_SOURCE_DIR}/cmake/install/qira_host-config.cmake.in
+  ${PROJECT_BINARY_DIR}/install/qira_host-config.cmake
+  INSTALL_DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_host)
+# The reference host is released with the module; its package asks for the
+# module of exactly its own version.
+write_basic_package_version_file(
+  ${PROJECT_BINARY_DIR}/install/qira_host-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/install/qira_host-config.cmake
+    ${PROJECT_BINARY_DIR}/install/qira_host-config-version.cmake
+  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_host COMPONENT host)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/install/qira_host.pc.in
+  ${PROJECT_BINARY_DIR}/install/qira_host.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/install/qira_host.pc
+  DESTINATION ${QIRA_INSTALL_PKGCONFIGDIR} COMPONENT host)
