@@ -10,6 +10,7 @@ packages=(
   pkg-config
   clang             # the second compiler of the suite (clang 14)
   clang-format      # the format check
+  libclang-rt-14-dev  # clang's sanitizer and libFuzzer runtimes (fuzz/)
   libnl-3-dev
   libnl-genl-3-dev
   libgtest-dev
@@ -18,6 +19,7 @@ packages=(
   libbenchmark-dev  # bench/
   iproute2          # ip, for tests that build network namespaces
   wpasupplicant     # the real wpa_supplicant the control client is tested against
+  valgrind          # scripts/valgrind.sh, memcheck of the unit suite
   git               # the format check lists the tracked files
 )
 

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# The whole suite: dependencies, format check, then a gcc, a clang and a
-# sanitized (gcc, ASan and UBSan) build, each with -Werror and its ctest run,
-# and the virtual camera's scenarios. Every stage runs (a build that fails
+# The whole suite: dependencies, format check, then a gcc, a clang and two
+# sanitized (ASan and UBSan, gcc and clang) builds, each with -Werror and its
+# ctest run,
+# the armhf cross build with its ctest run under qemu-arm-static,
+# the fuzz smoke run (scripts/fuzz.sh) and the virtual camera's scenarios. Every stage runs (a build that fails
 # skips only its own tests); the script fails if any stage failed. It ends
 # with the timing of each stage and one line counting the whole suite.
 set -uo pipefail
@@ -69,7 +71,7 @@ run_vm_suite() {
 run_stage deps scripts/deps.sh || true
 run_stage format scripts/format.sh || true
 gcc_built=0
-for compiler in gcc clang asan; do
+for compiler in gcc clang asan clang-asan; do
   if run_stage "$compiler-build" scripts/build.sh "$compiler"; then
     [ "$compiler" = gcc ] && gcc_built=1
     run_stage "$compiler-test" run_tests "$compiler" || true
@@ -77,6 +79,15 @@ for compiler in gcc clang asan; do
     skip_stage "$compiler-test" "$compiler build failed"
   fi
 done
+# The unit suite built for 32-bit ARM (armhf) and run under qemu-arm-static.
+run_stage cross-deps scripts/cross-deps.sh armhf || true
+if run_stage armhf-build scripts/cross.sh armhf; then
+  run_stage armhf-test run_tests armhf || true
+else
+  skip_stage armhf-test "armhf build failed"
+fi
+# The fuzz smoke run: every libFuzzer target for 20 s (clang, ASan, UBSan).
+run_stage fuzz scripts/fuzz.sh 20 || true
 if [ "$gcc_built" -eq 1 ]; then
   run_stage vm run_vm_suite || true
 else
@@ -93,12 +104,12 @@ if [ "$failed" -ne 0 ]; then
 else
   echo "==== all stages passed"
 fi
-# One closing line for the whole suite: both ctest runs and the virtual
-# camera's scenarios. A stage that failed without counting adds a failure.
+# One closing line for the whole suite: every ctest run (armhf's included)
+# and the virtual camera's scenarios. A stage that failed without counting adds a failure.
 passed=0
 failed_tests=0
 skipped=0
-for log in "$log_dir"/ctest-{gcc,clang,asan}.log; do
+for log in "$log_dir"/ctest-{gcc,clang,asan,clang-asan,armhf}.log; do
   [ -f "$log" ] || continue
   read -r run_failed run_total < <(sed -n \
     's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$log" | tail -1)

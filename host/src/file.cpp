@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "host_internal.h"
 #include "qira/utils/fd.h"
@@ -17,8 +18,14 @@ namespace {
 // Files the network manager writes hold network secrets.
 constexpr mode_t kDefaultPermissions = 0600;
 
-bool open_flags(FILE_OPEN_MODE mode, int& flags) {
-  switch (mode) {
+bool open_flags(const FILE_OPEN_MODE& mode, int& flags) {
+  // A caller may pass any number as the mode (an unknown one fails with
+  // EINVAL): read the number the object holds instead of loading it as an
+  // enumerator it may not be (hence also the reference).
+  static_assert(sizeof mode == sizeof(int), "FILE_OPEN_MODE holds an int");
+  int number = 0;
+  std::memcpy(&number, &mode, sizeof number);
+  switch (number) {
     case FILE_OPEN_READ:
       flags = O_RDONLY;
       return true;

@@ -95,6 +95,11 @@ std::vector<std::string> WpaSupplicantSim::requests() const {
   return requests_;
 }
 
+void WpaSupplicantSim::forget_requests() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  requests_.clear();
+}
+
 bool WpaSupplicantSim::wait_for_requests(std::size_t count, unsigned int deadline_ms) const {
   std::unique_lock<std::mutex> lock(mutex_);
   return changed_.wait_for(lock, std::chrono::milliseconds(deadline_ms),

@@ -62,6 +62,9 @@ class WpaSupplicantSim {
 
   // The requests received so far, in order.
   std::vector<std::string> requests() const;
+  // Forgets the requests received so far, for a long run that must not grow
+  // with every request.
+  void forget_requests();
   // Waits until at least `count` requests arrived; false after `deadline_ms`.
   bool wait_for_requests(std::size_t count, unsigned int deadline_ms) const;
   // Number of clients that sent ATTACH and no DETACH since.

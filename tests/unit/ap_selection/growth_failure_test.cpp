@@ -19,9 +19,18 @@ std::atomic<int> failing_reallocs{0};
 
 }  // namespace
 
+// In a build with AddressSanitizer the sanitizer's allocator owns every
+// block, so its realloc is the one to pass through to. clang links that
+// runtime into the executable, where this definition hides it and
+// RTLD_NEXT would find glibc's (which aborts on the sanitizer's blocks);
+// the runtime also defines it under this name, in both compilers.
+extern "C" void* __interceptor_realloc(void* pointer, std::size_t size) __attribute__((weak));
+
 extern "C" void* realloc(void* pointer, std::size_t size) {
   using Function = void* (*)(void*, std::size_t);
-  static const Function next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "realloc"));
+  static const Function next = __interceptor_realloc != nullptr
+                                   ? __interceptor_realloc
+                                   : reinterpret_cast<Function>(dlsym(RTLD_NEXT, "realloc"));
   if (size > 0 && failing_reallocs.load() > 0) {
     failing_reallocs.fetch_sub(1);
     return nullptr;

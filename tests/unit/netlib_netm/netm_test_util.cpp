@@ -91,10 +91,12 @@ ScopedMount::~ScopedMount() {
 }
 
 ScopedReadOnlyFile::ScopedReadOnlyFile(const std::string& path) : path_(path) {
-  mounted_ = mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0;
+  // The type is ignored for a bind and a remount; "none" rather than a null
+  // pointer, which valgrind's memcheck would read as a string.
+  mounted_ = mount(path.c_str(), path.c_str(), "none", MS_BIND, nullptr) == 0;
   EXPECT_TRUE(mounted_) << "bind " << path << ": " << std::strerror(errno);
   if (mounted_) {
-    EXPECT_EQ(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0)
+    EXPECT_EQ(mount(nullptr, path.c_str(), "none", MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0)
         << "remount " << path << " read-only: " << std::strerror(errno);
   }
 }
