@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "support/resource_counts.h"
+#include "support/endurance_check.h"
 #include "unit/netlib_scan/scan_test_util.h"
 
 namespace qira::test::scan {
@@ -22,12 +22,6 @@ using qira::network::scan_status;
 constexpr int kWarmUp = 100;
 constexpr int kScans = 10000;
 constexpr int kAccessPoints = 5;
-// Heap in use may differ by this much between the two readings without a
-// leak: every scan frees its list and the records are written into the same
-// vector, but the allocator's count is read while lazily grown buffers of
-// the host and libnl settle. A leak of one byte per scan would show as
-// 10,000.
-constexpr std::size_t kHeapSlack = 1024;
 
 class ScanEndurance : public ScanTest {
  protected:
@@ -114,25 +108,11 @@ TEST_F(ScanEndurance, TenThousandScansKeepHeapAndDescriptorsFlat) {
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const ResourceCounts end = resource_counts();
 
-  const std::string figures = describe_counts("10000 scans", warm, end);
-  std::printf("%s; %.2f s\n", figures.c_str(), seconds);
-  RecordProperty("heap_after_warm_up", std::to_string(warm.heap_bytes));
-  RecordProperty("heap_at_end", std::to_string(end.heap_bytes));
-  RecordProperty("descriptors_after_warm_up", std::to_string(warm.descriptors));
-  RecordProperty("descriptors_at_end", std::to_string(end.descriptors));
-
   EXPECT_EQ(done, kWarmUp + kScans);
   EXPECT_EQ(wrong, 0) << first_failure;
   EXPECT_EQ(kernel_.refused_triggers(), 0);
   EXPECT_FALSE(kernel_.scanning());
-  ASSERT_GT(warm.descriptors, 2u);
-  EXPECT_EQ(end.descriptors, warm.descriptors);
-  if (heap_measurable()) {
-    EXPECT_LE(end.heap_bytes, warm.heap_bytes + kHeapSlack) << figures;
-  } else {
-    // Under valgrind: its leak search at exit answers for the heap instead.
-    std::printf("heap not compared (%s)\n", heap_counter_name());
-  }
+  expect_flat_resources("10000 scans", warm, end, seconds);
 }
 
 }  // namespace
