@@ -14,15 +14,7 @@ echo
 echo "=== The home networks (radios in network namespace '$HOME_NS'):"
 echo "    $HOME_OPEN_SSID (open, channel $HOME_OPEN_CHANNEL) and $HOME_WPA2_SSID (WPA2-PSK, channel $HOME_WPA2_CHANNEL, DHCP)"
 conf=$QVM_STATE/scenario/wpa.conf
-cat > "$conf" << CONF
-ctrl_interface=/var/run/wpa_supplicant
-network={
-    ssid="$HOME_WPA2_SSID"
-    key_mgmt=WPA-PSK
-    psk="$HOME_WPA2_PSK"
-    scan_freq=$HOME_WPA2_FREQ
-}
-CONF
+home_wpa2_conf "$conf"
 echo
 echo "=== wlan0 joins $HOME_WPA2_SSID with wpa_supplicant"
 show /bin/wpa_supplicant -B -i "$CAMERA_IF" -D nl80211 -c "$conf" -P "$QVM_STATE/wpa_supplicant-$CAMERA_IF.pid"

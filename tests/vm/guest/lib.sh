@@ -322,6 +322,24 @@ wpa_state_is() { # wpa_state_is IFNAME STATE
   wpa_cli -i "$1" status 2> /dev/null | grep -qx "wpa_state=$2"
 }
 
+# home_wpa2_conf FILE [LINE...]: a wpa_supplicant configuration that joins
+# HomeWPA2 (control interface under /var/run/wpa_supplicant, scanning only
+# its channel), with each LINE added to its network block.
+home_wpa2_conf() {
+  local file=$1 line
+  shift
+  {
+    echo "ctrl_interface=/var/run/wpa_supplicant"
+    echo "network={"
+    echo "    ssid=\"$HOME_WPA2_SSID\""
+    echo "    key_mgmt=WPA-PSK"
+    echo "    psk=\"$HOME_WPA2_PSK\""
+    echo "    scan_freq=$HOME_WPA2_FREQ"
+    for line in "$@"; do echo "    $line"; done
+    echo "}"
+  } > "$file"
+}
+
 # start_wpa_supplicant IFNAME CONFIG [OPTION...]: runs /bin/wpa_supplicant on
 # the camera's radio (with the extra options, e.g. -d) and waits for its
 # control socket.

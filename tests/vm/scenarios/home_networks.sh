@@ -2,15 +2,7 @@
 # wpa_supplicant, leases an address from the home DHCP server and reaches it
 # over the simulated air.
 step "wpa_supplicant on $CAMERA_IF for $HOME_WPA2_SSID"
-cat > "$QVM_STATE/scenario/wpa.conf" << CONF
-ctrl_interface=/var/run/wpa_supplicant
-network={
-    ssid="$HOME_WPA2_SSID"
-    key_mgmt=WPA-PSK
-    psk="$HOME_WPA2_PSK"
-    scan_freq=$HOME_WPA2_FREQ
-}
-CONF
+home_wpa2_conf "$QVM_STATE/scenario/wpa.conf"
 start_wpa_supplicant "$CAMERA_IF" "$QVM_STATE/scenario/wpa.conf" || return 1
 wait_associated "$CAMERA_IF" 30 || return 1
 expect_eq "wpa_supplicant ssid" "$HOME_WPA2_SSID" "$(wpa_cli -i "$CAMERA_IF" status | sed -n 's/^ssid=//p')"

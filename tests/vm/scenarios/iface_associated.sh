@@ -4,15 +4,7 @@
 # (wireless extensions) print for the same state, and with the world's own
 # facts (the network's name, the access point's address and channel).
 conf=$QVM_STATE/scenario/wpa.conf
-cat > "$conf" << CONF
-ctrl_interface=/var/run/wpa_supplicant
-network={
-    ssid="$HOME_WPA2_SSID"
-    key_mgmt=WPA-PSK
-    psk="$HOME_WPA2_PSK"
-    scan_freq=$HOME_WPA2_FREQ
-}
-CONF
+home_wpa2_conf "$conf"
 step "wlan0 joins $HOME_WPA2_SSID"
 start_wpa_supplicant "$CAMERA_IF" "$conf" || return 1
 wait_associated "$CAMERA_IF" 30 || return 1

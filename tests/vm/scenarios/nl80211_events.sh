@@ -134,15 +134,7 @@ camera_phy=$(cat "/sys/class/net/$CAMERA_IF/phy80211/index")
 camera_address=$(cat "/sys/class/net/$CAMERA_IF/address")
 ap_address=$(in_home cat "/sys/class/net/$HOME_WPA2_IF/address")
 conf=$dir/wpa.conf
-cat > "$conf" << CONF
-ctrl_interface=/var/run/wpa_supplicant
-network={
-    ssid="$HOME_WPA2_SSID"
-    key_mgmt=WPA-PSK
-    psk="$HOME_WPA2_PSK"
-    scan_freq=$HOME_WPA2_FREQ
-}
-CONF
+home_wpa2_conf "$conf"
 marks
 start_wpa_supplicant "$CAMERA_IF" "$conf" || return 1
 wait_associated "$CAMERA_IF" 30 || return 1

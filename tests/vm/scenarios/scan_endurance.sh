@@ -14,15 +14,7 @@ runs=${qira_scan_runs:-8}
 # Each run may wait 30 s for its scan's end, and is killed after 40 s.
 guard=40
 conf=$QVM_STATE/scenario/wpa.conf
-cat > "$conf" << CONF
-ctrl_interface=/var/run/wpa_supplicant
-network={
-    ssid="$HOME_WPA2_SSID"
-    key_mgmt=WPA-PSK
-    psk="$HOME_WPA2_PSK"
-    scan_freq=$HOME_WPA2_FREQ
-}
-CONF
+home_wpa2_conf "$conf"
 step "wlan0 joins $HOME_WPA2_SSID, then leaves and rejoins it in a loop"
 start_wpa_supplicant "$CAMERA_IF" "$conf" || return 1
 wait_associated "$CAMERA_IF" 30 || return 1

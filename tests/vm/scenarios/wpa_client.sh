@@ -52,16 +52,7 @@ monitor_attached() { [ "$(grep -c 'CTRL_IFACE monitor attached' "$supplicant_log
 supplicant_state() { wpa_cli -i "$CAMERA_IF" status | sed -n 's/^wpa_state=//p'; }
 
 step "wpa_supplicant on $CAMERA_IF with $HOME_WPA2_SSID configured but disabled"
-cat > "$QVM_STATE/scenario/wpa.conf" << CONF
-ctrl_interface=/var/run/wpa_supplicant
-network={
-    ssid="$HOME_WPA2_SSID"
-    key_mgmt=WPA-PSK
-    psk="$HOME_WPA2_PSK"
-    scan_freq=$HOME_WPA2_FREQ
-    disabled=1
-}
-CONF
+home_wpa2_conf "$QVM_STATE/scenario/wpa.conf" disabled=1
 # -d: the log then also says when a monitor attaches.
 start_wpa_supplicant "$CAMERA_IF" "$QVM_STATE/scenario/wpa.conf" -d || return 1
 command -v qira-wifi > /dev/null || {
