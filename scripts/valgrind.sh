@@ -23,7 +23,10 @@ launcher=(
   "--errors-for-leak-kinds=definite,indirect"
   --error-exitcode="$error_status"
   --suppressions="$root/tests/support/valgrind.supp"
-  --trace-children=yes "--trace-children-skip=/usr/*,/bin/*,/sbin/*"
+  # The machine's programs, and the tests' copies of them under /tmp (the
+  # kill-by-name tests find those children by their own name, which a
+  # traced child would lose to memcheck's), run natively.
+  --trace-children=yes "--trace-children-skip=/usr/*,/bin/*,/sbin/*,/tmp/*"
   # memcheck replaces the allocator of the C library only, so that a test
   # program's own realloc (ap_selection's growth failure) stays in place.
   --soname-synonyms=somalloc=nouserintercepts
@@ -40,7 +43,14 @@ cmake -S "$root" -B "$build_dir" -G Ninja \
   -DCMAKE_BUILD_TYPE=Debug -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
   "-DQIRA_TEST_LAUNCHER=$launcher_list" >/dev/null
 cmake --build "$build_dir"
+# Left out of the default run, each for a reason of memcheck's, not of the
+# code under test:
+# - the endurance runs (see above);
+# - host_tests.SysExecSimpleTest.MissingProgramIsAFailure: glibc's
+#   posix_spawn reports a failed exec through memory it shares with the child
+#   (CLONE_VM), and valgrind runs that child as a plain fork, so the failure
+#   arrives as the child's exit status 127 instead.
 if [ "$#" -eq 0 ]; then
-  set -- -LE endurance
+  set -- -LE endurance -E '^host_tests[.]SysExecSimpleTest[.]MissingProgramIsAFailure$'
 fi
 ctest --test-dir "$build_dir" -j2 --output-on-failure "$@"
