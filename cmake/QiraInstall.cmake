@@ -30,6 +30,31 @@ foreach(_dir LIBDIR INCLUDEDIR)
   endif()
 endforeach()
 
+# qira_install_package(NAME COMPONENT): the package files of one installed
+# library, in COMPONENT: its exported targets (namespace qira::), NAME-config
+# and NAME-config-version (any version of the same major number answers) from
+# cmake/install/NAME-config.cmake.in, and NAME.pc from
+# cmake/install/NAME.pc.in.
+function(qira_install_package name component)
+  set(staged ${PROJECT_BINARY_DIR}/install)
+  set(cmake_dir ${QIRA_INSTALL_CMAKEDIR}/${name})
+  install(EXPORT ${name}-targets
+    NAMESPACE qira::
+    DESTINATION ${cmake_dir}
+    COMPONENT ${component})
+  configure_package_config_file(
+    ${PROJECT_SOURCE_DIR}/cmake/install/${name}-config.cmake.in
+    ${staged}/${name}-config.cmake
+    INSTALL_DESTINATION ${cmake_dir})
+  write_basic_package_version_file(${staged}/${name}-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+  install(FILES ${staged}/${name}-config.cmake ${staged}/${name}-config-version.cmake
+    DESTINATION ${cmake_dir} COMPONENT ${component})
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/install/${name}.pc.in ${staged}/${name}.pc @ONLY)
+  install(FILES ${staged}/${name}.pc
+    DESTINATION ${QIRA_INSTALL_PKGCONFIGDIR} COMPONENT ${component})
+endfunction()
+
 # ---- module ------------------------------------------------------------------
 
 # The module's public headers name the host's types (Variant), so the
@@ -53,26 +78,8 @@ install(DIRECTORY
     ${PROJECT_SOURCE_DIR}/host/include/qira/variant
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qira COMPONENT module
   FILES_MATCHING PATTERN "*.h")
-install(EXPORT qira_network_utils_wireless-targets
-  NAMESPACE qira::
-  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_network_utils_wireless
-  COMPONENT module)
-configure_package_config_file(
-  ${PROJECT_SOURCE_DIR}/cmake/install/qira_network_utils_wireless-config.cmake.in
-  ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config.cmake
-  INSTALL_DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_network_utils_wireless)
 # The module's ABI is its SONAME: any 1.x module replaces any other.
-write_basic_package_version_file(
-  ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config-version.cmake
-  COMPATIBILITY SameMajorVersion)
-install(FILES
-    ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config.cmake
-    ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless-config-version.cmake
-  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_network_utils_wireless COMPONENT module)
-configure_file(${PROJECT_SOURCE_DIR}/cmake/install/qira_network_utils_wireless.pc.in
-  ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/install/qira_network_utils_wireless.pc
-  DESTINATION ${QIRA_INSTALL_PKGCONFIGDIR} COMPONENT module)
+qira_install_package(qira_network_utils_wireless module)
 
 # ---- host --------------------------------------------------------------------
 
@@ -84,24 +91,6 @@ install(TARGETS qira_host
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/include/qira/host
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qira COMPONENT host
   FILES_MATCHING PATTERN "*.h")
-install(EXPORT qira_host-targets
-  NAMESPACE qira::
-  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_host
-  COMPONENT host)
-configure_package_config_file(
-  ${PROJECT_SOURCE_DIR}/cmake/install/qira_host-config.cmake.in
-  ${PROJECT_BINARY_DIR}/install/qira_host-config.cmake
-  INSTALL_DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_host)
-# The reference host is released with the module; its package asks for the
-# module of exactly its own version.
-write_basic_package_version_file(
-  ${PROJECT_BINARY_DIR}/install/qira_host-config-version.cmake
-  COMPATIBILITY SameMajorVersion)
-install(FILES
-    ${PROJECT_BINARY_DIR}/install/qira_host-config.cmake
-    ${PROJECT_BINARY_DIR}/install/qira_host-config-version.cmake
-  DESTINATION ${QIRA_INSTALL_CMAKEDIR}/qira_host COMPONENT host)
-configure_file(${PROJECT_SOURCE_DIR}/cmake/install/qira_host.pc.in
-  ${PROJECT_BINARY_DIR}/install/qira_host.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/install/qira_host.pc
-  DESTINATION ${QIRA_INSTALL_PKGCONFIGDIR} COMPONENT host)
+# The reference host is released with the module; its package configuration
+# asks for the module of exactly its own version.
+qira_install_package(qira_host host)
