@@ -21,7 +21,8 @@
 #                  120 s for the boot and the world plus every scenario's guard;
 #                  600 s for the demo, an hour for the shell)
 # Environment: QIRA_VM_OUT (default build/vm), QIRA_VM_MEMORY (512M),
-#   QIRA_VM_CPUS (1), QIRA_VM_SCENARIO_TIMEOUT (guard of one scenario in the
+#   QIRA_VM_CPUS (1), QIRA_VM_APPEND (more kernel command line, e.g. a
+#   scenario's "qira_bench_scans=10"), QIRA_VM_SCENARIO_TIMEOUT (guard of one scenario in the
 #   guest, default 150 s), QIRA_VM_LOG (console log file; default
 #   build/vm/logs/run-<time>.log).
 set -uo pipefail
@@ -99,6 +100,7 @@ qemu_command() { # qemu_command ACCEL APPEND
   # kernel's boot-time check, which then panics ("IO-APIC + timer doesn't
   # work"); seen twice in a few hundred boots while the machine was loaded.
   [ "$1" = tcg ] && append="$append ${QIRA_VM_TCG_APPEND-clocksource=hpet no_timer_check}"
+  [ -n "${QIRA_VM_APPEND:-}" ] && append="$append $QIRA_VM_APPEND"
   QEMU=(qemu-system-x86_64 "${accel_options[@]}" -machine pc -smp "$CPUS" -m "$MEMORY"
     -nodefaults -no-user-config -display none -monitor none -no-reboot
     -kernel "$KERNEL" -initrd "$INITRD" -append "$append")

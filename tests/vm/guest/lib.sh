@@ -482,6 +482,39 @@ start_event_listeners() {
   EVENT_GROUPS=$mask
 }
 
+# ------------------------------------------------------------------ iw event
+# The spare radio's scans, as "iw event" reports them into $SPARE_EVENTS.
+SPARE_EVENTS=$QVM_STATE/scenario/iw-events
+# spare_event_count EXTENDED-REGEX: how many of the spare radio's event lines match.
+spare_event_count() { grep -cE "^$SPARE_IF \(phy #[0-9]+\): $1" "$SPARE_EVENTS"; }
+spare_event_count_above() { [ "$(spare_event_count "$1")" -gt "$2" ]; }
+# Every scan that started has been reported ended.
+spare_scans_settled() {
+  [ "$(spare_event_count 'scan (finished|aborted)')" -ge "$(spare_event_count 'scan started')" ]
+}
+# A one-channel scan of the spare radio, until iw event has reported one
+# start: it tells that the listener has joined nl80211's groups.
+spare_probe_heard() {
+  iw dev "$SPARE_IF" scan trigger freq "$HOME_OPEN_FREQ" > /dev/null 2>&1
+  spare_event_count_above 'scan started' 0
+}
+# listen_spare_events: starts "iw event" into $SPARE_EVENTS (pid file
+# $QVM_STATE/scan-iw-event.pid) and returns once it listens and no scan of
+# the spare radio runs.
+listen_spare_events() {
+  : > "$SPARE_EVENTS"
+  iw event > "$SPARE_EVENTS" 2>&1 &
+  echo $! > "$QVM_STATE/scan-iw-event.pid"
+  wait_for 20 spare_probe_heard || {
+    fail "iw event reported no scan of $SPARE_IF within 20 s"
+    return 1
+  }
+  wait_for 20 spare_scans_settled || {
+    fail "the probing scan of $SPARE_IF did not end within 20 s"
+    return 1
+  }
+}
+
 # ------------------------------------------------------------------ the setup flow
 # The camera's setup access point as "qira-wifi apply/connect --ap" makes it,
 # and the simulated phone that joins it from the network namespace "phone".

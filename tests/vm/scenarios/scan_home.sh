@@ -37,35 +37,6 @@ qira_scan() {
   return "$status"
 }
 
-# iw's view of the scans, as "iw event" reports them.
-events=$QVM_STATE/scenario/iw-events
-# event_count EXTENDED-REGEX: how many of the spare radio's event lines match.
-event_count() { grep -cE "^$SPARE_IF \(phy #[0-9]+\): $1" "$events"; }
-event_count_above() { [ "$(event_count "$1")" -gt "$2" ]; }
-# Every scan that started has been reported ended.
-scans_settled() { [ "$(event_count 'scan (finished|aborted)')" -ge "$(event_count 'scan started')" ]; }
-# A one-channel scan of the spare radio, until iw event has reported one
-# start: it tells that the listener has joined nl80211's groups.
-probe_heard() {
-  iw dev "$SPARE_IF" scan trigger freq "$HOME_OPEN_FREQ" > /dev/null 2>&1
-  event_count_above 'scan started' 0
-}
-# listen_events: starts "iw event" into $events and returns once it listens
-# and no scan of the spare radio runs.
-listen_events() {
-  : > "$events"
-  iw event > "$events" 2>&1 &
-  echo $! > "$QVM_STATE/scan-iw-event.pid"
-  wait_for 20 probe_heard || {
-    fail "iw event reported no scan of $SPARE_IF within 20 s"
-    return 1
-  }
-  wait_for 20 scans_settled || {
-    fail "the probing scan of $SPARE_IF did not end within 20 s"
-    return 1
-  }
-}
-
 step "the module scans $SPARE_IF, and asks for the same scan's results again"
 qira_scan home --again scan "$SPARE_IF"
 expect_eq "scan exit status" 0 "$?"
@@ -90,12 +61,12 @@ expect_eq "ranked order (WPA2 before open)" "0 1" \
 expect_true "second results call delivers nothing" grep -q '"again": \[\]' "$scan.home.json"
 
 step "iw's own scan of $SPARE_IF: trigger, the end reported by iw event, dump"
-listen_events || return 1
-ended=$(event_count 'scan finished')
+listen_spare_events || return 1
+ended=$(spare_event_count 'scan finished')
 iw dev "$SPARE_IF" scan trigger
-expect_true "iw event reports the end of the scan" wait_for 30 event_count_above 'scan finished' "$ended"
+expect_true "iw event reports the end of the scan" wait_for 30 spare_event_count_above 'scan finished' "$ended"
 stop_pidfile "$QVM_STATE/scan-iw-event.pid"
-cat "$events"
+cat "$SPARE_EVENTS"
 iw dev "$SPARE_IF" scan dump > "$scan.iw"
 grep -E '^BSS|SSID|freq' "$scan.iw"
 # "BSSID SSID FREQUENCY" lines, sorted, from each side.
@@ -114,18 +85,18 @@ echo "module: $(module_view | tr '\n' ';')"
 expect_eq "iw and the module agree on BSSID, SSID and frequency" "$(iw_view)" "$(module_view)"
 
 step "a scan cut short: $SPARE_IF goes down while it runs"
-listen_events || return 1
-started=$(event_count 'scan started')
+listen_spare_events || return 1
+started=$(spare_event_count 'scan started')
 qira_scan aborted scan "$SPARE_IF" &
 scan_pid=$!
-expect_true "the module's scan started" wait_for 30 event_count_above 'scan started' "$started"
+expect_true "the module's scan started" wait_for 30 spare_event_count_above 'scan started' "$started"
 ip link set "$SPARE_IF" down
 # qira-wifi ends on its own: the abort, or its own 30 s limit.
 wait "$scan_pid"
 expect_eq "aborted scan: exit status" 0 "$?"
-expect_true "iw event reports the abort" wait_for 10 event_count_above 'scan aborted' 0
+expect_true "iw event reports the abort" wait_for 10 spare_event_count_above 'scan aborted' 0
 stop_pidfile "$QVM_STATE/scan-iw-event.pid"
-cat "$events"
+cat "$SPARE_EVENTS"
 expect_eq "aborted scan: aborted" true "$(json_kind "$scan.aborted" aborted)"
 expect_true "aborted scan: the module logged the abort" grep -q "Scan was aborted$" "$scan.aborted.stderr"
 
@@ -140,11 +111,11 @@ expect_match "one hostapd before the scan" '^[0-9]+$' "$hostapd_before"
 # The spare radio scans (a radio that beacons refuses an ordinary scan); the
 # abort comes from nl80211's own abort request.
 ip link set "$SPARE_IF" up
-listen_events || return 1
-started=$(event_count 'scan started')
+listen_spare_events || return 1
+started=$(spare_event_count 'scan started')
 qira_scan ap --ap scan "$SPARE_IF" &
 scan_pid=$!
-expect_true "the module's scan started" wait_for 30 event_count_above 'scan started' "$started"
+expect_true "the module's scan started" wait_for 30 spare_event_count_above 'scan started' "$started"
 iw dev "$SPARE_IF" scan abort
 wait "$scan_pid"
 expect_eq "access-point mode: exit status" 0 "$?"
