@@ -552,17 +552,21 @@ setup_ap_up() {
 phone_cli() { in_phone wpa_cli -p "$QVM_STATE/phone" -i "$PHONE_IF" "$@"; }
 phone_state_is() { phone_cli status 2> /dev/null | grep -qx "wpa_state=$1"; }
 
-# phone_join SSID: the phone's own wpa_supplicant joins the open network SSID
-# on the setup access point's channel.
+# phone_join SSID [LINE...]: the phone's own wpa_supplicant joins the network
+# SSID on the setup access point's channel; the LINEs describe its security
+# (default: "key_mgmt=NONE", an open network).
 phone_join() {
-  cat > "$QVM_STATE/scenario/phone-wpa.conf" << CONF
-ctrl_interface=$QVM_STATE/phone
-network={
-    ssid="$1"
-    key_mgmt=NONE
-    scan_freq=$HOME_OPEN_FREQ
-}
-CONF
+  local ssid=$1 line
+  shift
+  [ "$#" -gt 0 ] || set -- key_mgmt=NONE
+  {
+    echo "ctrl_interface=$QVM_STATE/phone"
+    echo "network={"
+    echo "    ssid=\"$ssid\""
+    for line in "$@"; do echo "    $line"; done
+    echo "    scan_freq=$HOME_OPEN_FREQ"
+    echo "}"
+  } > "$QVM_STATE/scenario/phone-wpa.conf"
   in_phone "$QVM_WORLD_BIN/phone-wpa_supplicant" -B -t -i "$PHONE_IF" -D nl80211 \
     -c "$QVM_STATE/scenario/phone-wpa.conf" -P "$QVM_STATE/phone-wpa_supplicant.pid" \
     -f "$QVM_STATE/scenario/phone-wpa_supplicant.log" || {
@@ -570,7 +574,7 @@ CONF
     return 1
   }
   wait_for 30 phone_state_is COMPLETED || {
-    fail "the phone did not join '$1' within 30 s (wpa_state: $(phone_cli status 2> /dev/null | sed -n 's/^wpa_state=//p'))"
+    fail "the phone did not join '$ssid' within 30 s (wpa_state: $(phone_cli status 2> /dev/null | sed -n 's/^wpa_state=//p'))"
     return 1
   }
 }
