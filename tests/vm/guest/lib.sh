@@ -552,10 +552,11 @@ setup_ap_up() {
 phone_cli() { in_phone wpa_cli -p "$QVM_STATE/phone" -i "$PHONE_IF" "$@"; }
 phone_state_is() { phone_cli status 2> /dev/null | grep -qx "wpa_state=$1"; }
 
-# phone_join SSID [LINE...]: the phone's own wpa_supplicant joins the network
-# SSID on the setup access point's channel; the LINEs describe its security
-# (default: "key_mgmt=NONE", an open network).
-phone_join() {
+# phone_start SSID [LINE...]: starts the phone's own wpa_supplicant (log in
+# $QVM_STATE/scenario/phone-wpa_supplicant.log) for the network SSID on the
+# setup access point's channel; the LINEs describe its security (default:
+# "key_mgmt=NONE", an open network).
+phone_start() {
   local ssid=$1 line
   shift
   [ "$#" -gt 0 ] || set -- key_mgmt=NONE
@@ -573,8 +574,14 @@ phone_join() {
     fail "the phone's wpa_supplicant did not start"
     return 1
   }
+}
+
+# phone_join SSID [LINE...]: phone_start, then waits until the phone has
+# joined.
+phone_join() {
+  phone_start "$@" || return 1
   wait_for 30 phone_state_is COMPLETED || {
-    fail "the phone did not join '$ssid' within 30 s (wpa_state: $(phone_cli status 2> /dev/null | sed -n 's/^wpa_state=//p'))"
+    fail "the phone did not join '$1' within 30 s (wpa_state: $(phone_cli status 2> /dev/null | sed -n 's/^wpa_state=//p'))"
     return 1
   }
 }

@@ -1,9 +1,9 @@
 # A WPA2 setup access point through the hostapd hook: "qira-wifi hook ap0"
 # with key=value overrides has the module write hostapd's file with the
 # hook's settings added to its own and create the interface; "connect --ap"
-# starts hostapd and dnsmasq on it; the phone joins only with the passphrase,
-# through a WPA2-PSK handshake, then leases an address and reaches the access
-# point.
+# starts hostapd and dnsmasq on it; a wrong passphrase fails the phone's
+# handshake, the right one joins it through WPA2-PSK, and the phone then
+# leases an address and reaches the access point.
 passphrase="setup secret 42"
 
 step "hook $SETUP_AP_IF: WPA2-PSK settings over the module's own"
@@ -36,6 +36,14 @@ expect_eq "hostapd wpa" 2 "$(sed -n 's/^wpa=//p' "$QVM_STATE/scenario/get_config
 expect_eq "hostapd key_mgmt" WPA-PSK "$(sed -n 's/^key_mgmt=//p' "$QVM_STATE/scenario/get_config")"
 expect_eq "hostapd rsn_pairwise_cipher" CCMP \
   "$(sed -n 's/^rsn_pairwise_cipher=//p' "$QVM_STATE/scenario/get_config")"
+
+step "a wrong passphrase fails the phone's handshake"
+phone_start "$SETUP_AP_SSID" proto=RSN key_mgmt=WPA-PSK 'psk="not the secret"' || return 1
+expect_true "phone: network temporarily disabled for WRONG_KEY" wait_for 30 grep -q \
+  "CTRL-EVENT-SSID-TEMP-DISABLED .*reason=WRONG_KEY" "$QVM_STATE/scenario/phone-wpa_supplicant.log"
+expect_eq "phone never completed" 0 \
+  "$(grep -c 'CTRL-EVENT-CONNECTED' "$QVM_STATE/scenario/phone-wpa_supplicant.log")"
+stop_pidfile "$QVM_STATE/phone-wpa_supplicant.pid"
 
 step "the phone joins '$SETUP_AP_SSID' with the passphrase"
 phone_join "$SETUP_AP_SSID" proto=RSN key_mgmt=WPA-PSK "psk=\"$passphrase\"" || return 1
