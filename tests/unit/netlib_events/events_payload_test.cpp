@@ -116,8 +116,11 @@ TEST_F(Payload, ShortAttributesAreTreatedAsAbsent) {
 
 // ---- unmapped commands ----
 
+// The name is a std::string so that the parameter prints as its text: a
+// character pointer would print as an address, which would then change the
+// test's registered name from build to build.
 class Unmapped : public Payload,
-                 public ::testing::WithParamInterface<std::pair<int, const char*>> {};
+                 public ::testing::WithParamInterface<std::pair<int, std::string>> {};
 
 TEST_P(Unmapped, ReachesSubscribersAsUnspecWithItsNumberAndName) {
   const int command = GetParam().first;
@@ -141,7 +144,7 @@ INSTANTIATE_TEST_SUITE_P(
                       std::make_pair(72, "new_peer_candidate"), std::make_pair(97, "ft_event"),
                       std::make_pair(98, "unknown"), std::make_pair(200, "unknown"),
                       std::make_pair(255, "unknown")),
-    [](const ::testing::TestParamInfo<std::pair<int, const char*>>& info) {
+    [](const ::testing::TestParamInfo<std::pair<int, std::string>>& info) {
       return "Command" + std::to_string(info.param.first);
     });
 
