@@ -45,6 +45,12 @@ PHONE_IF=wlan4
 SETUP_AP_IF=ap0
 SETUP_AP_ADDRESS=192.168.1.20
 SETUP_AP_SSID="Setup Virtual Camera (AB12)"
+# The dnsmasq file the module writes for the setup access point.
+SETUP_AP_DNSMASQ_CONF="domain-needed
+bogus-priv
+address=/#/$SETUP_AP_ADDRESS
+interface=$SETUP_AP_IF
+dhcp-range=192.168.1.50,192.168.1.150,12h"
 RADIO_COUNT=5
 
 # busybox's shell runs its own "ip" applet for a bare "ip"; it knows no netns.
@@ -595,6 +601,20 @@ phone_lease() {
     return 1
   }
   in_phone ip -4 -o addr show dev "$PHONE_IF" | awk '{ print $4 }'
+}
+
+# expect_phone_served: the phone leases an address in the setup range from
+# the camera's dnsmasq (which logs the DHCPACK) and pings the access point
+# over the air.
+expect_phone_served() {
+  local lease mac
+  lease=$(phone_lease) || return 1
+  echo "phone: $lease"
+  expect_match "phone address in 192.168.1.50-150" '^192\.168\.1\.([5-9][0-9]|1[0-4][0-9]|150)/24$' "$lease"
+  mac=$(in_phone cat "/sys/class/net/$PHONE_IF/address")
+  expect_true "dnsmasq log: DHCPACK for the phone" wait_for 5 grep -q \
+    "DHCPACK($SETUP_AP_IF) ${lease%/*} $mac" /var/log/dnsmasq.log
+  expect_true "phone pings the access point over the air" in_phone ping -c 1 -W 5 "$SETUP_AP_ADDRESS"
 }
 
 # write_station_config FILE [MEMBERS]: the stored configuration of the
