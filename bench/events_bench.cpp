@@ -18,6 +18,7 @@
 #include "support/accounted_kernel.h"
 #include "support/alloc_counter.h"
 #include "support/bench_checks.h"
+#include "support/management_frame.h"
 #include "support/nl80211_sim.h"
 
 namespace qira::bench {
@@ -30,6 +31,7 @@ using qira::test::attr_u16;
 using qira::test::attr_u32;
 using qira::test::attr_u64;
 using qira::test::attr_u8;
+using qira::test::management_frame;
 using qira::test::NlAttribute;
 using qira::test::SimulatedNl80211;
 
@@ -53,21 +55,6 @@ struct CountingSubscriber {
     }
   }
 };
-
-// A management frame of `type` from 02:00:00:00:00:02 to 02:00:00:00:00:01
-// with the 16-bit reason or status `code` at `offset`.
-std::vector<std::uint8_t> management_frame(std::uint8_t type, std::size_t length,
-                                           std::size_t offset, std::uint16_t code) {
-  std::vector<std::uint8_t> frame(length, 0);
-  frame[0] = type;
-  frame[4] = 0x02;
-  frame[9] = 0x01;
-  frame[10] = 0x02;
-  frame[15] = 0x02;
-  frame[offset] = static_cast<std::uint8_t>(code & 0xFF);
-  frame[offset + 1] = static_cast<std::uint8_t>(code >> 8);
-  return frame;
-}
 
 struct Notification {
   std::uint8_t command;

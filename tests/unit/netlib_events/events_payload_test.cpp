@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/management_frame.h"
 #include "unit/netlib_events/events_test_util.h"
 
 namespace qira::test::events {
@@ -17,21 +18,6 @@ using namespace qira::network;
 using qira::variant::Variant;
 
 const std::vector<std::uint8_t> kStationMac = {0x02, 0x11, 0x22, 0xaa, 0xbb, 0xcc};
-
-// A management frame: `type`, receiver 02:00:00:00:00:01, transmitter
-// 02:00:00:00:00:02, zero elsewhere but the 16-bit `code` at `offset`.
-std::vector<std::uint8_t> management_frame(std::uint8_t type, std::size_t length,
-                                           std::size_t offset, std::uint16_t code) {
-  std::vector<std::uint8_t> frame(length, 0);
-  frame[0] = type;
-  frame[4] = 0x02;
-  frame[9] = 0x01;
-  frame[10] = 0x02;
-  frame[15] = 0x02;
-  frame[offset] = static_cast<std::uint8_t>(code & 0xFF);
-  frame[offset + 1] = static_cast<std::uint8_t>(code >> 8);
-  return frame;
-}
 
 // The common keys of a notification that names no interface.
 Variant common(int command, const std::string& name) {
