@@ -29,37 +29,17 @@ for architecture in "${architectures[@]}"; do
   )
 done
 
-missing=()
-for package in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
-    missing+=("$package")
-  fi
-done
+# shellcheck source=scripts/packages.sh
+source "$(dirname "$0")/packages.sh"
+mapfile -t missing < <(missing_packages "${packages[@]}")
 if [ "${#missing[@]}" -eq 0 ]; then
   echo "cross-deps: all ${#packages[@]} packages present"
   exit 0
 fi
-
-sudo_cmd=()
-if [ "$(id -u)" -ne 0 ]; then
-  sudo_cmd=(sudo)
-fi
 for architecture in "${architectures[@]}"; do
   if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
     echo "cross-deps: adding the $architecture architecture"
-    "${sudo_cmd[@]}" dpkg --add-architecture "$architecture"
+    as_root dpkg --add-architecture "$architecture"
   fi
 done
-echo "cross-deps: installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-# Debian's security archive is often caught mid-sync for the ARM indexes
-# ("File has unexpected size"): apt-get update then fails although every
-# other index was fetched. The packages needed here come from the main
-# archive, so carry on with the lists that did arrive; a second try gives a
-# transient failure the chance to clear.
-if ! "${sudo_cmd[@]}" apt-get update; then
-  echo "cross-deps: apt-get update failed; trying once more" >&2
-  "${sudo_cmd[@]}" apt-get update ||
-    echo "cross-deps: apt-get update failed again; using the package lists present" >&2
-fi
-"${sudo_cmd[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
+install_packages cross-deps "${missing[@]}"

@@ -23,24 +23,11 @@ packages=(
   git               # the format check lists the tracked files
 )
 
-missing=()
-for package in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
-    missing+=("$package")
-  fi
-done
+# shellcheck source=scripts/packages.sh
+source "$(dirname "$0")/packages.sh"
+mapfile -t missing < <(missing_packages "${packages[@]}")
 if [ "${#missing[@]}" -eq 0 ]; then
   echo "deps: all ${#packages[@]} packages present"
   exit 0
 fi
-
-sudo_cmd=()
-if [ "$(id -u)" -ne 0 ]; then
-  sudo_cmd=(sudo)
-fi
-echo "deps: installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-# A stale or unreachable index must not stop an install that can still work
-# from the lists already on the machine.
-"${sudo_cmd[@]}" apt-get update || echo "deps: apt-get update failed; using the package lists present" >&2
-"${sudo_cmd[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
+install_packages deps "${missing[@]}"

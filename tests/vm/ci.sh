@@ -19,19 +19,13 @@ seconds_since() {
 }
 
 started=${EPOCHREALTIME/./}
+# shellcheck source=scripts/packages.sh
+source "$VM_DIR/../../scripts/packages.sh"
 # shellcheck disable=SC2086
-missing=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $PACKAGES 2>&1 |
-  awk '$1 != "installed" { print $NF }')
+missing=$(missing_packages $PACKAGES)
 if [ -n "$missing" ]; then
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "ci.sh: missing packages (install them as root): $missing" >&2
-    exit 2
-  fi
-  echo "ci.sh: installing $(echo $missing)"
-  # A stale or unreachable index (Debian's security mirror, say) must not
-  # stop an install that can work from the lists already present.
-  apt-get update -qq || echo "ci.sh: apt-get update failed; using the package lists present" >&2
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $PACKAGES || exit 2
+  # shellcheck disable=SC2086
+  install_packages ci.sh $missing || exit 2
 fi
 echo "ci.sh: packages ready after $(seconds_since "$started") s"
 if [ "${1:-}" = "--packages-only" ]; then
