@@ -27,6 +27,13 @@ const Line kRecoverLine = {kResultsFile, "netlib_libscan_results", kWarning,
 const Line kRecoverFailedLine = {kResultsFile, "netlib_libscan_results", kWarning,
                                  "Failed to recover scan ap"};
 
+// The hostapd file of a camera whose setup access point runs on ap0: what the
+// recovery after an aborted scan in access-point mode reads.
+void write_access_point_file() {
+  std::ofstream file("/etc/hostapd.conf");
+  file << "interface=ap0\n";
+}
+
 class ScanResults : public ScanTest {};
 
 TEST_F(ScanResults, EmptyDumpGivesNoRecord) {
@@ -265,10 +272,7 @@ TEST_F(ScanResults, AbortedScanInStationModeWithoutDaemonStillDelivers) {
 
 TEST_F(ScanResults, AbortedScanInAccessPointModeRestartsHostapd) {
   qira::host::ProcessRecorder processes;
-  {
-    std::ofstream file("/etc/hostapd.conf");
-    file << "interface=ap0\n";
-  }
+  write_access_point_file();
   run_scan({generated_bss(1)}, true);
   LogCapture log;
   bool ok = false;
@@ -355,10 +359,7 @@ TEST_F(ScanResultsAfterDisconnect, OnTheBroadcomBoardAnAbortedScanIsNotRecovered
   EXPECT_TRUE(disconnect_access_point(0x62B7));
   EXPECT_EQ(state()->recovery_enabled, 0);
   processes.clear();
-  {
-    std::ofstream file("/etc/hostapd.conf");
-    file << "interface=ap0\n";
-  }
+  write_access_point_file();
   run_scan({generated_bss(1), generated_bss(2)}, true);
   LogCapture log;
   bool ok = false;
@@ -377,10 +378,7 @@ TEST_F(ScanResultsAfterDisconnect, OnOtherBoardsTheResultsStillRestartHostapd) {
   EXPECT_TRUE(disconnect_access_point(0x62A0));
   EXPECT_EQ(state()->recovery_enabled, 1);
   processes.clear();
-  {
-    std::ofstream file("/etc/hostapd.conf");
-    file << "interface=ap0\n";
-  }
+  write_access_point_file();
   run_scan({generated_bss(1)}, true);
   LogCapture log;
   bool ok = false;
