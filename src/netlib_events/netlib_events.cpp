@@ -3,7 +3,6 @@
 // decoded and handed to the subscribers, last one per service call.
 #include "qira/network/netlib_events.h"
 
-#include <netlink/errno.h>
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
 #include <netlink/handlers.h>
@@ -17,6 +16,7 @@
 #include "netlib_events/events_state.h"
 #include "netlib_events/nl_owners.h"
 #include "netlib_events/notification.h"
+#include "netlib_events/receive_result.h"
 #include "qira/network/nl_helpers.h"
 
 namespace qira::network {
@@ -30,11 +30,6 @@ constexpr const char kNl80211Family[] = "nl80211";
 // Joined in this order; a failure stops at the group that failed.
 constexpr const char* kMulticastGroups[] = {"config", "scan", "regulatory", "mlme"};
 constexpr int kSocketBufferSize = 8192;
-// What nl_recvmsgs reports for a read that found nothing on the non-blocking
-// socket. The camera's libnl build says -25; Debian's libnl 3.7 says
-// -NLE_AGAIN. Both mean "nothing waiting", never an error, so both pass.
-constexpr int kNothingToReadCameraLibnl = -25;
-constexpr int kNothingToRead = -NLE_AGAIN;
 
 events_state* state_of(void* ctx) {
   return static_cast<events_state*>(frame::as_context(ctx)->wireless_events);
@@ -121,7 +116,7 @@ bool receive_event(void* ctx) {
     return false;
   }
   const int received = nl_recvmsgs(state->sock, state->cb);
-  if (received != 0 && received != kNothingToRead && received != kNothingToReadCameraLibnl) {
+  if (received != 0 && !events::nothing_to_read(received)) {
     NETLIB_LOG(kLogError, 0, "netlib: nl_recvmsg() failed: %d", received);
     return false;
   }

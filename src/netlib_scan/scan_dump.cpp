@@ -10,15 +10,12 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "netlib_events/receive_result.h"
+
 namespace qira::network::scan {
 
 namespace {
 
-// What nl_recvmsgs reports when the non-blocking socket holds nothing more:
-// -NLE_AGAIN from Debian's libnl, -25 from the camera's build (as the event
-// module accepts it).
-constexpr int kNothingToRead = -NLE_AGAIN;
-constexpr int kNothingToReadCameraLibnl = -25;
 // What nl_recvmsgs reports when the kernel dropped datagrams for want of
 // room (ENOBUFS on the read): notifications were lost, never a dump reply,
 // which the kernel only queues when it fits.
@@ -126,7 +123,7 @@ dump_outcome read_dump(nl_sock* sock, nl_cb* callbacks, dump_progress& progress,
     if (received == 0 || received == kOverrun) {
       continue;
     }
-    if (received == kNothingToRead || received == kNothingToReadCameraLibnl) {
+    if (events::nothing_to_read(received)) {
       if (progress.refusal != 0) {
         return dump_outcome::refused;
       }
