@@ -22,8 +22,13 @@ case "$compiler" in
   *) echo "build.sh: unknown compiler $compiler" >&2; exit 2 ;;
 esac
 
+# A compiler cache, where one is installed, as in scripts/cross.sh.
+launcher=()
+if command -v ccache >/dev/null; then
+  launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
 build_dir="$root/build/$compiler"
-cmake -S "$root" -B "$build_dir" -G Ninja \
+cmake -S "$root" -B "$build_dir" -G Ninja "${launcher[@]}" \
   -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
   -DCMAKE_BUILD_TYPE="$build_type" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "$@"
 cmake --build "$build_dir"
