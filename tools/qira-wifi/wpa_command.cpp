@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -131,32 +132,69 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
   // Made before the client so that it outlives it: the client's destructor
   // detaches, and events that arrive before the reply still reach it.
   EventPrinter printer{&streams.out, &log};
-  network::WpaClient client;
-  if (!client.Init(ifname)) {
+  std::optional<network::WpaClient> client(std::in_place);
+  if (!client->Init(ifname)) {
     return unreachable(ifname, log, streams);
   }
-  if (!client.Subscribe(&print_event, &printer)) {
+  if (!client->Subscribe(&print_event, &printer)) {
     streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " refused ATTACH\n";
     return kExitActionFailed;
   }
   const unsigned long long started = nowMs();
-  while (!signals.requested() && client.IsInitialized()) {
-    unsigned long long slice = kEventSliceMs;
-    if (options.timeout_ms) {
-      const unsigned long long elapsed = nowMs() - started;
-      if (elapsed >= *options.timeout_ms) {
+  unsigned long long last_ping = started;
+  // The time left of --timeout (or a slice when there is none); 0 once it
+  // has passed.
+  const auto time_left = [&](unsigned long long slice) -> unsigned long long {
+    if (!options.timeout_ms) {
+      return slice;
+    }
+    const unsigned long long elapsed = nowMs() - started;
+    return elapsed >= *options.timeout_ms ? 0 : std::min(slice, *options.timeout_ms - elapsed);
+  };
+  const auto say = [&](const char* what) {
+    streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " " << what << "\n";
+    streams.err.flush();
+  };
+  while (!signals.requested()) {
+    if (!client) {
+      // Away: a new client tries to attach now and then until one succeeds.
+      const unsigned long long pause = time_left(kReattachPauseMs);
+      if (pause == 0 || signals.wait(std::chrono::milliseconds(pause))) {
         break;
       }
-      slice = std::min(slice, *options.timeout_ms - elapsed);
+      client.emplace();
+      if (client->Init(ifname) && client->Subscribe(&print_event, &printer)) {
+        say("is back: attached again");
+        last_ping = nowMs();
+      } else {
+        client.reset();
+      }
+      log.take();
+      continue;
     }
-    if (!client.Service(slice)) {
-      streams.err << "qira-wifi: receiving from the wpa_supplicant of " << ifname << " failed\n";
-      return kExitActionFailed;
+    const unsigned long long slice = time_left(kEventSliceMs);
+    if (slice == 0) {
+      break;
+    }
+    bool answering = client->Service(slice);
+    // A datagram socket does not tell that its peer is gone: a daemon that
+    // was killed leaves the client waiting in silence. A PING now and then
+    // finds out (its send is refused once the daemon's socket is closed).
+    if (answering && client->IsInitialized() && nowMs() - last_ping >= kPingIntervalMs) {
+      last_ping = nowMs();
+      std::string reply;
+      answering = client->Request("PING", reply, kPingTimeoutMs) &&
+                  (!client->IsInitialized() || reply.rfind("PONG", 0) == 0);
     }
     log.take();
-  }
-  if (!client.IsInitialized()) {
-    streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " is terminating\n";
+    if (!client->IsInitialized()) {
+      say("is terminating");
+      client.reset();
+    } else if (!answering) {
+      say("does not answer: waiting for it to come back");
+      client.reset();
+      log.take();
+    }
   }
   return kExitOk;
 }

@@ -8,8 +8,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
@@ -162,16 +166,83 @@ TEST(WpaEventsCommand, PrintsEachTranslatedEventUntilTheTimeOut) {
   EXPECT_EQ(daemon.requests(), (std::vector<std::string>{"ATTACH", "DETACH"}));
 }
 
-TEST(WpaEventsCommand, EndsWhenTheDaemonTerminates) {
+TEST(WpaEventsCommand, WaitsForTheDaemonAfterItTerminatesUntilTheTimeOut) {
   WpaSupplicantSim daemon("qs0");
   Answer attach;
   attach.reply = "OK\n";
   attach.events_after = {"<3>CTRL-EVENT-SCAN-FAILED", "<3>CTRL-EVENT-TERMINATING "};
+  attach.terminate = true;
   daemon.script("ATTACH", attach);
-  const ProgramRun result = run_args({"wpa-events", "qs0"});
+  const ProgramRun result = run_args({"wpa-events", "qs0", "--timeout=600"});
   EXPECT_EQ(result.status, kExitOk);
   EXPECT_EQ(result.out, "11 scan_failed {\"eventName\":\"scan_failed\",\"ifname\":\"qs0\"}\n");
   EXPECT_EQ(result.err, "qira-wifi: the wpa_supplicant of qs0 is terminating\n");
+  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"ATTACH"});
+}
+
+// Runs `wpa-events qs0` while a second daemon takes the place of the first
+// once its script has ended it: the second answers ATTACH with `events` and
+// then interrupts the command. Gives the command's run and the second
+// daemon's requests.
+std::pair<ProgramRun, std::vector<std::string>> run_across_restart(
+    WpaSupplicantSim& first, const std::vector<std::string>& events) {
+  std::unique_ptr<WpaSupplicantSim> second;
+  std::thread restarter([&] {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!first.terminated()) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    second = std::make_unique<WpaSupplicantSim>("qs0");
+    Answer attach;
+    attach.reply = "OK\n";
+    attach.events_after = events;
+    attach.action = [] { ::kill(::getpid(), SIGINT); };
+    second->script("ATTACH", attach);
+  });
+  ProgramRun result = run_args({"wpa-events", "qs0", "--timeout=10000"});
+  restarter.join();
+  return {result, second ? second->requests() : std::vector<std::string>{}};
+}
+
+TEST(WpaEventsCommand, AttachesAgainWhenTheDaemonComesBackAfterTerminating) {
+  WpaSupplicantSim first("qs0");
+  Answer attach;
+  attach.reply = "OK\n";
+  attach.events_after = {"<3>CTRL-EVENT-SCAN-FAILED", "<3>CTRL-EVENT-TERMINATING "};
+  attach.terminate = true;
+  first.script("ATTACH", attach);
+  const auto [result, second_requests] =
+      run_across_restart(first, {"<3>CTRL-EVENT-NETWORK-NOT-FOUND"});
+  EXPECT_EQ(result.status, kExitOk);
+  EXPECT_EQ(result.out,
+            "11 scan_failed {\"eventName\":\"scan_failed\",\"ifname\":\"qs0\"}\n"
+            "13 network_not_found {\"eventName\":\"network_not_found\",\"ifname\":\"qs0\"}\n");
+  EXPECT_EQ(result.err,
+            "qira-wifi: the wpa_supplicant of qs0 is terminating\n"
+            "qira-wifi: the wpa_supplicant of qs0 is back: attached again\n");
+  EXPECT_EQ(second_requests, (std::vector<std::string>{"ATTACH", "DETACH"}));
+}
+
+// A daemon killed outright sends nothing: the command's PING finds it gone.
+TEST(WpaEventsCommand, NoticesADaemonThatVanishedSilentlyAndAttachesAgain) {
+  WpaSupplicantSim first("qs0");
+  Answer attach;
+  attach.reply = "OK\n";
+  attach.terminate = true;
+  first.script("ATTACH", attach);
+  const auto [result, second_requests] = run_across_restart(
+      first, {"<3>CTRL-EVENT-CONNECTED - Connection to 00:11:22:33:44:55 completed"});
+  EXPECT_EQ(result.status, kExitOk);
+  EXPECT_EQ(result.out,
+            "25 connected_to_ap {\"eventName\":\"connected_to_ap\",\"ifname\":\"qs0\"}\n");
+  EXPECT_EQ(result.err,
+            "qira-wifi: the wpa_supplicant of qs0 does not answer: waiting for it to come back\n"
+            "qira-wifi: the wpa_supplicant of qs0 is back: attached again\n");
+  EXPECT_EQ(second_requests, (std::vector<std::string>{"ATTACH", "DETACH"}));
+  EXPECT_EQ(first.requests(), std::vector<std::string>{"ATTACH"});
 }
 
 TEST(WpaEventsCommand, EndsOnInterrupt) {

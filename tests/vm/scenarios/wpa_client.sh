@@ -169,12 +169,19 @@ done
 expect_eq "payload keys" "auth_failures duration eventName id ifname reason ssid" \
   "$(cut -f1 "$events.flat" | sort | tr '\n' ' ' | sed 's/ $//')"
 
-step "TERMINATE: the monitor sees the daemon end, closes and exits"
+step "TERMINATE: the monitor sees the daemon end, closes its client and waits for its return"
 supplicant_pid=$(cat "$QVM_STATE/wpa_supplicant-$CAMERA_IF.pid")
 wpa TERMINATE
 expect_reply TERMINATE OK
 expect_true "wpa_supplicant has ended" wait_for 15 sh -c "! kill -0 $supplicant_pid"
-expect_true "qira-wifi wpa-events has ended" wait_for 15 test -s "$events_status"
+expect_true "qira-wifi wpa-events says that the daemon is terminating" wait_for 15 \
+  grep -qx "qira-wifi: the wpa_supplicant of $CAMERA_IF is terminating" "$events_err"
+expect_true "the monitor's client socket is gone" test ! -e "$monitor_socket"
+# It waits for a wpa_supplicant to come back (scenario faults_wpa_supplicant
+# shows the return) until it is interrupted.
+expect_true "qira-wifi wpa-events still runs" kill -0 "$(cat "$events_pidfile")"
+kill -INT "$(cat "$events_pidfile")"
+expect_true "qira-wifi wpa-events has ended on SIGINT" wait_for 15 test -s "$events_status"
 rm -f "$events_pidfile"
 expect_eq "qira-wifi wpa-events exit status" 0 "$(cat "$events_status")"
 expect_eq "qira-wifi wpa-events stderr" "qira-wifi: the wpa_supplicant of $CAMERA_IF is terminating" \
@@ -182,7 +189,6 @@ expect_eq "qira-wifi wpa-events stderr" "qira-wifi: the wpa_supplicant of $CAMER
 grep -n 'CTRL-EVENT-TERMINATING' "$supplicant_log"
 expect_true "wpa_supplicant logged CTRL-EVENT-TERMINATING for $CAMERA_IF" \
   grep -Eq "^[0-9.]+: $CAMERA_IF: CTRL-EVENT-TERMINATING *\$" "$supplicant_log"
-expect_true "the monitor's client socket is gone" test ! -e "$monitor_socket"
 expect_eq "/tmp/wpacl- files afterwards" "$wpacl_before" "$(wpacl_files)"
 
 step "every event, as wpa_cli received it and as the monitor printed it"
