@@ -223,7 +223,7 @@ system_part() {
 
 # ---------------------------------------------------------------- project part
 project_part() {
-  local started root program library
+  local started root program host_program library
   started=$(now)
   root=$OUT/work/project
   rm -rf "$root"
@@ -238,6 +238,10 @@ project_part() {
     program=$(find "$build_dir" -name qira-wifi -type f -perm -u+x 2>/dev/null | head -1)
     [ -n "$program" ] || die "no qira-wifi program in $build_dir (is tools/qira-wifi built?)"
     install -m 755 "$program" "$root/usr/bin/qira-wifi"
+    # The fault scenarios' long-lived host (tests/vm/host).
+    host_program=$(find "$build_dir" -name qira-vm-host -type f -perm -u+x 2>/dev/null | head -1)
+    [ -n "$host_program" ] || die "no qira-vm-host program in $build_dir"
+    install -m 755 "$host_program" "$root/usr/bin/qira-vm-host"
     # The module and the reference host with their SONAME links; the host
     # loads the module by SONAME from the system library folder.
     for library in libqira_network_utils_wireless.so libqira_host.so; do
@@ -253,7 +257,7 @@ project_part() {
   # "bin" would replace system.cpio's link by a folder.
   install -m 755 "$VM_DIR/guest/init" "$root/init"
   cp -R "$VM_DIR/guest/rootfs/." "$root/"
-  install -m 644 "$VM_DIR/guest/lib.sh" "$VM_DIR/guest/json_flat.awk" \
+  install -m 644 "$VM_DIR/guest/lib.sh" "$VM_DIR/guest/camera_host.sh" "$VM_DIR/guest/json_flat.awk" \
     "$VM_DIR/guest/demo.sh" "$root/usr/share/qira-vm/"
   install -m 755 "$VM_DIR/guest/udhcpc.sh" "$root/usr/share/qira-vm/udhcpc.sh"
   mkdir -p "$root/usr/share/qira-vm/demo"

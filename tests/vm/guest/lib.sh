@@ -303,6 +303,13 @@ setup_flow_reset() {
   in_phone ip link set "$PHONE_IF" down
 }
 
+# on_reset COMMAND-LINE: a scenario that changes the world itself (deletes a
+# radio's interface, fills a file system) registers how to undo it; the next
+# camera_reset runs it, also after the scenario failed half-way or was
+# killed by its guard.
+QVM_UNDO=$QVM_STATE/undo.sh
+on_reset() { echo "$*" >> "$QVM_UNDO"; }
+
 # Gives the next scenario a fresh camera: no station daemons, station radios
 # down without addresses, an empty vendor-tool log; checks that the home
 # networks still run.
@@ -311,6 +318,10 @@ camera_reset() {
   for file in "$QVM_STATE"/*.pid; do
     [ -e "$file" ] && stop_pidfile "$file"
   done
+  if [ -f "$QVM_UNDO" ]; then
+    sh "$QVM_UNDO"
+    rm -f "$QVM_UNDO"
+  fi
   setup_flow_reset
   rm -rf /var/run/wpa_supplicant "$QVM_STATE"/scenario
   mkdir -p "$QVM_STATE/scenario"
