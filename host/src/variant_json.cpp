@@ -6,48 +6,18 @@
 #include <limits>
 #include <string>
 
+#include "qira/host/outside_text.h"
 #include "qira/variant/variant.h"
 
 namespace qira::variant {
 
 namespace {
 
+// Through the host's one writer of JSON strings: control and invisible
+// formatting characters escaped, and always valid UTF-8, so that a strict
+// parser (and a terminal) can take whatever a payload holds.
 void append_escaped(std::string& out, const std::string& text) {
-  out.push_back('"');
-  for (unsigned char c : text) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\b':
-        out += "\\b";
-        break;
-      case '\f':
-        out += "\\f";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          char escape[8];
-          std::snprintf(escape, sizeof(escape), "\\u%04x", c);
-          out += escape;
-        } else {
-          out.push_back(static_cast<char>(c));
-        }
-    }
-  }
-  out.push_back('"');
+  out += qira::host::json_string(text);
 }
 
 void append_double(std::string& out, double value) {
