@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "host_internal.h"
+#include "qira/host/outside_text.h"
 
 namespace qira::host {
 
@@ -83,6 +84,8 @@ std::string vformat(const char* fmt, va_list args) {
 
 }  // namespace
 
+// Messages quote outside values (interface names, daemon replies): the
+// line is escaped for a terminal and stays one line.
 std::string format_log_record(const LogRecord& record) {
   std::string line = "<" + std::to_string(record.level) + "> " + record.module + " " + record.file +
                      ":" + std::to_string(record.line) + " " + record.function +
@@ -91,7 +94,7 @@ std::string format_log_record(const LogRecord& record) {
     line += " (errno " + std::to_string(record.error_number) + ": " +
             std::strerror(record.error_number) + ")";
   }
-  return line;
+  return terminal_line(line);
 }
 
 void set_log_sink(LogSink sink) {

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/network/netlib_iface.h"
 
 namespace qira::wifi {
@@ -138,17 +139,18 @@ int run_info(const GlobalOptions& options, const std::vector<std::string>& args,
   std::string error;
   if (options.verbose) {
     streams.err << "qira-wifi: loading module "
-                << (options.module_path.empty() ? qira::host::WirelessModule::default_path()
-                                                : options.module_path)
+                << qira::host::terminal_text(options.module_path.empty()
+                                                 ? qira::host::WirelessModule::default_path()
+                                                 : options.module_path)
                 << "\n";
   }
   if (!session.open(options.module_path, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   InfoReport report;
   if (!collect_info(session, args.at(0), options.verbose ? &streams.err : nullptr, report, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   streams.out << (options.json ? render_info_json(report) : render_info_text(report));

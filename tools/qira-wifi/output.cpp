@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "qira/host/outside_text.h"
+
 namespace qira::wifi {
 
 namespace {
@@ -27,10 +29,11 @@ std::string integer_text(const Variant& value) {
 }  // namespace
 
 std::string describe_log_record(const LogRecord& record) {
+  const std::string message = qira::host::terminal_line(record.message);
   if (record.error_number == 0) {
-    return record.message;
+    return message;
   }
-  return record.message + ": " + std::strerror(record.error_number);
+  return message + ": " + std::strerror(record.error_number);
 }
 
 std::string describe_failure(const std::vector<LogRecord>& log) {
@@ -54,32 +57,15 @@ std::string wireless_mode_name(unsigned int mode) {
   return "unknown";
 }
 
-std::string escape_text(const std::string& bytes) {
-  std::string text;
-  for (unsigned char byte : bytes) {
-    if (byte == '\\' || byte == '"') {
-      text += '\\';
-      text += static_cast<char>(byte);
-    } else if (byte < 0x20 || byte >= 0x7f) {
-      char escaped[5];
-      std::snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
-      text += escaped;
-    } else {
-      text += static_cast<char>(byte);
-    }
-  }
-  return text;
-}
-
 std::string describe_value(const QueryResult& result) {
   if (result.value.IsNull()) {
     return "not reported";
   }
   switch (result.kind) {
     case ValueKind::kQuotedText:
-      return "\"" + escape_text(static_cast<const std::string&>(result.value)) + "\"";
+      return "\"" + qira::host::terminal_text(static_cast<const std::string&>(result.value)) + "\"";
     case ValueKind::kText:
-      return escape_text(static_cast<const std::string&>(result.value));
+      return qira::host::terminal_text(static_cast<const std::string&>(result.value));
     case ValueKind::kNumber:
       return integer_text(result.value);
     case ValueKind::kMegahertz:
@@ -132,7 +118,10 @@ Variant info_to_variant(const InfoReport& report) {
   for (const QueryResult& result : report.queries) {
     Variant& entry = queries[result.name];
     entry["ok"] = result.ok;
-    if (result.ok) {
+    // A quoted answer is a network's name, from the air.
+    if (result.ok && result.kind == ValueKind::kQuotedText && !result.value.IsNull()) {
+      qira::host::set_outside_string(entry, "value", result.value);
+    } else if (result.ok) {
       entry["value"] = result.value;
     } else {
       Variant& log = entry["log"];
@@ -146,7 +135,7 @@ Variant info_to_variant(const InfoReport& report) {
 }
 
 std::string render_info_json(const InfoReport& report) {
-  return info_to_variant(report).ToJSON(kJsonIndent) + "\n";
+  return qira::host::json_safe(info_to_variant(report)).ToJSON(kJsonIndent) + "\n";
 }
 
 }  // namespace qira::wifi

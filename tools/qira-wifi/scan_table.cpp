@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "qira/host/outside_text.h"
 #include "qira/network/ap_selection.h"
 #include "qira/network/netlib_scan.h"
 
@@ -32,11 +33,16 @@ ap_node node_of(const ap_info& record) {
   return node;
 }
 
-std::string escaped_ssid(const ap_info& record) {
-  const std::size_t length = std::min<std::size_t>(record.ssid.size(), 255);
-  return qira::network::get_escaped_ssid(
-      static_cast<unsigned char>(length),
-      reinterpret_cast<const unsigned char*>(record.ssid.data()));
+// The name as a terminal shows it (the module's own rendering keeps
+// non-printable bytes raw, so it is not used for output).
+std::string shown_ssid(const ap_info& record) {
+  return qira::host::terminal_text(record.ssid);
+}
+
+// `text` followed by spaces up to `columns` terminal columns.
+std::string padded(const std::string& text, std::size_t columns) {
+  const std::size_t used = qira::host::terminal_columns(text);
+  return used >= columns ? text : text + std::string(columns - used, ' ');
 }
 
 }  // namespace
@@ -85,24 +91,23 @@ std::string band_text(unsigned int frequency) {
 std::string render_scan_text(const std::vector<ap_info>& records) {
   std::size_t ssid_width = 4;
   for (const ap_info& record : records) {
-    ssid_width = std::max(ssid_width, escaped_ssid(record).size());
+    ssid_width = std::max(ssid_width, qira::host::terminal_columns(shown_ssid(record)));
   }
   std::ostringstream text;
   text << std::left << std::setw(18) << "BSSID"
-       << " " << std::setw(static_cast<int>(ssid_width)) << "SSID"
-       << " " << std::right << std::setw(7) << "CHANNEL"
+       << " " << padded("SSID", ssid_width) << " " << std::right << std::setw(7) << "CHANNEL"
        << " " << std::setw(9) << "FREQUENCY"
        << " " << std::left << std::setw(8) << "BAND"
        << " " << std::right << std::setw(6) << "SIGNAL"
        << " "
        << "SECURITY\n";
   for (const ap_info& record : records) {
-    text << std::left << std::setw(18) << record.bssid << " "
-         << std::setw(static_cast<int>(ssid_width)) << escaped_ssid(record) << " " << std::right
-         << std::setw(7) << static_cast<unsigned int>(record.channel) << " " << std::setw(9)
-         << record.frequency << " " << std::left << std::setw(8) << band_text(record.frequency)
-         << " " << std::right << std::setw(6) << static_cast<unsigned int>(record.signal) << " "
-         << security_text(record) << "\n";
+    text << std::left << std::setw(18) << qira::host::terminal_text(record.bssid) << " "
+         << padded(shown_ssid(record), ssid_width) << " " << std::right << std::setw(7)
+         << static_cast<unsigned int>(record.channel) << " " << std::setw(9) << record.frequency
+         << " " << std::left << std::setw(8) << band_text(record.frequency) << " " << std::right
+         << std::setw(6) << static_cast<unsigned int>(record.signal) << " " << security_text(record)
+         << "\n";
   }
   return text.str();
 }
@@ -122,7 +127,7 @@ qira::variant::Variant access_points_variant(const std::vector<ap_info>& records
   for (const ap_info& record : records) {
     qira::variant::Variant entry;
     entry["bssid"] = record.bssid;
-    entry["ssid"] = escaped_ssid(record);
+    qira::host::set_outside_string(entry, "ssid", record.ssid);
     entry["channel"] = static_cast<unsigned int>(record.channel);
     entry["frequency"] = static_cast<unsigned int>(record.frequency);
     entry["band"] = band_text(record.frequency);

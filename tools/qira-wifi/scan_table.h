@@ -19,11 +19,12 @@ std::vector<qira::network::ap_info> rank_access_points(std::vector<qira::network
 std::string security_text(const qira::network::ap_info& record);
 // The band of `frequency` as text, "unknown" outside every band.
 std::string band_text(unsigned int frequency);
-// One header line, then one line per record: BSSID, escaped SSID, channel,
-// frequency, band, signal, security.
+// One header line, then one line per record: BSSID, SSID (escaped for a
+// terminal, as iw shows names), channel, frequency, band, signal, security.
 std::string render_scan_text(const std::vector<qira::network::ap_info>& records);
-// The records as a JSON array of objects (bssid, ssid, channel, frequency,
-// band, signal, quality, security).
+// The records as a JSON array of objects (bssid, ssid, ssid_hex, channel,
+// frequency, band, signal, quality, security): "ssid" is the name when it is
+// UTF-8 (else null), "ssid_hex" always its bytes.
 qira::variant::Variant access_points_variant(const std::vector<qira::network::ap_info>& records);
 // {"ifname":..., "aborted":..., "access_points":[{...}, ...]}
 qira::variant::Variant scan_to_variant(const std::string& ifname, bool aborted,

@@ -78,12 +78,31 @@ TEST(Output, WirelessModeNames) {
   EXPECT_EQ(wireless_mode_name(255), "unknown");
 }
 
-TEST(Output, EscapeTextKeepsPrintableBytes) {
-  EXPECT_EQ(escape_text("Cafe Wifi 5G"), "Cafe Wifi 5G");
+TEST(Output, AnEssidFromTheAirIsShownSafely) {
+  EXPECT_EQ(describe_value(answered("essid", ValueKind::kQuotedText,
+                                    std::string("a\"b\\c\n\x7f\xff\x1B[2J", 12))),
+            "\"a\"b\\x5cc\\x0a\\x7f\\xff\\x1b[2J\"");
+  EXPECT_EQ(describe_value(answered("essid", ValueKind::kQuotedText, std::string("Caf\xC3\xA9"))),
+            "\"Caf\xC3\xA9\"");
 }
 
-TEST(Output, EscapeTextEscapesQuotesBackslashAndControlBytes) {
-  EXPECT_EQ(escape_text(std::string("a\"b\\c\n\x7f\xff", 8)), "a\\\"b\\\\c\\x0a\\x7f\\xff");
+TEST(Output, ALogMessageQuotingOutsideTextStaysOneSafeLine) {
+  LogRecord record;
+  record.message = "Failed: \"FAIL\nforged\x1B[2J\"";
+  EXPECT_EQ(describe_log_record(record), "Failed: \"FAIL\\x0aforged\\x1b[2J\"");
+}
+
+TEST(Output, JsonEssidIsAStringOnlyWhenUtf8AndAlwaysHex) {
+  InfoReport report;
+  report.ifname = "wlan0";
+  report.module_path = "m.so";
+  report.queries.push_back(answered("essid", ValueKind::kQuotedText, std::string("\xFFHome", 5)));
+  const std::string json = render_info_json(report);
+  EXPECT_NE(json.find("\"value\": null"), std::string::npos) << json;
+  EXPECT_NE(json.find("\"value_hex\": \"ff486f6d65\""), std::string::npos) << json;
+  Variant parsed;
+  std::string error;
+  EXPECT_TRUE(Variant::FromJSON(json, parsed, &error)) << error;
 }
 
 TEST(Output, ValuesWithUnits) {
@@ -136,9 +155,10 @@ TEST(Output, JsonHasOneEntryPerQuery) {
   EXPECT_EQ(json.Size(), 3u);
 
   const Variant& essid = json["queries"]["essid"];
-  EXPECT_EQ(essid.Size(), 2u);
+  EXPECT_EQ(essid.Size(), 3u);
   EXPECT_TRUE(essid["ok"].AsBool());
   EXPECT_EQ(static_cast<const std::string&>(essid["value"]), "Home");
+  EXPECT_EQ(static_cast<const std::string&>(essid["value_hex"]), "486f6d65");
 
   const Variant& mode = json["queries"]["wireless_mode"];
   EXPECT_EQ(static_cast<long long>(mode["value"]), 3);

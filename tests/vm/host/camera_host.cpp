@@ -49,6 +49,7 @@
 #include "module_session.h"
 #include "network_action.h"
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/host/seams.h"
 #include "qira/netlib/events_view.h"
 #include "qira/network/netlib_scan.h"
@@ -61,7 +62,7 @@ using Clock = std::chrono::steady_clock;
 
 std::string log_line(const LogRecord& record) {
   return std::to_string(record.level) + " " + std::to_string(record.error_number) + " " +
-         record.function + ": " + qira::wifi::escape_text(record.message);
+         record.function + ": " + qira::host::terminal_line(record.message);
 }
 
 long long milliseconds_since(Clock::time_point start) {
@@ -207,8 +208,8 @@ bool CameraHost::scan(const std::vector<std::string>& words) {
   std::vector<qira::network::ap_info> records;
   const bool ok = results(session_.context(), ifname, records, false);
   for (const qira::network::ap_info& record : records) {
-    say("bss " + qira::wifi::escape_text(record.bssid) + " " +
-        qira::wifi::escape_text(record.ssid));
+    say("bss " + qira::host::terminal_text(record.bssid) + " " +
+        qira::host::terminal_text(record.ssid));
   }
   say_log(capture.records());
   return ok;
@@ -228,7 +229,7 @@ bool CameraHost::events(const std::vector<std::string>& words) {
   listener_.emplace(session_);
   std::string error;
   if (!listener_->start(error)) {
-    say("error " + qira::wifi::escape_text(error));
+    say("error " + qira::host::terminal_line(error));
     listener_.reset();
     return false;
   }

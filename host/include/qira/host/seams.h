@@ -33,7 +33,8 @@ using LogSink = std::function<void(const LogRecord&)>;
 // Installs `sink` for every later logInternal call; an empty sink restores the
 // default (one line on stderr and one syslog record per call).
 void set_log_sink(LogSink sink);
-// One line of text for a record, as the default sink writes it.
+// One line of text for a record, as the default sink writes it: outside
+// text in the message is escaped for a terminal (qira/host/outside_text.h).
 std::string format_log_record(const LogRecord& record);
 // Whether the default sink also writes to stderr (default true).
 void set_log_to_stderr(bool enabled);
