@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "host_internal.h"
+#include "qira/host/input_rules.h"
 #include "qira/utils/file.h"
 
 namespace qira::host {
@@ -48,6 +49,36 @@ using qira::host::internal::kLogError;
 using qira::host::internal::kVariantModule;
 
 constexpr const char* kDefaultIdentityPath = "/etc/qira/identity.json";
+constexpr const char* kIdentityEnvironment = "QIRA_IDENTITY_FILE";
+
+// The identity's texts end up in the setup access point's name, which the
+// module writes into hostapd's file as it is: a record whose name or
+// hardware address would add a line there is refused like a missing one.
+bool identity_texts_acceptable(const Variant& record) {
+  if (!IsMapType(record.Type())) {
+    return true;  // the accessors' crash convention handles that
+  }
+  const struct {
+    const char* key;
+    qira::host::InputRule rule;
+  } texts[] = {
+      {"name", qira::host::InputRule::kLineText},
+      {"hwaddr", qira::host::InputRule::kHardwareAddress},
+  };
+  for (const auto& text : texts) {
+    const Variant& member = record[text.key];
+    if (!IsStringType(member.Type()) || static_cast<const std::string&>(member).empty()) {
+      continue;
+    }
+    if (std::optional<std::string> fault =
+            qira::host::check_input_rule(text.rule, static_cast<const std::string&>(member))) {
+      HOST_LOG(kVariantModule, kLogError, 0, "Identity key \"%s\" refused: %s", text.key,
+               fault->c_str());
+      return false;
+    }
+  }
+  return true;
+}
 
 // The member under `key` when it has the wanted kind; otherwise logs why and
 // ends the process (a device without its identity is broken by definition).
@@ -76,12 +107,15 @@ CameraInfo::~CameraInfo() = default;
 
 bool CameraInfo::Init() {
   Variant record;
-  if (qira::host::internal::copy_identity_record(record)) {
-    static_cast<Variant&>(*this) = std::move(record);
-    return true;
+  if (!qira::host::internal::copy_identity_record(record)) {
+    std::string text;
+    if (!qira::utils::File::ReadStringAll(IdentityPath(), text) ||
+        !Variant::FromJSON(text, record)) {
+      Free();
+      return false;
+    }
   }
-  std::string text;
-  if (!qira::utils::File::ReadStringAll(IdentityPath(), text) || !Variant::FromJSON(text, record)) {
+  if (!identity_texts_acceptable(record)) {
     Free();
     return false;
   }
@@ -114,14 +148,20 @@ void CameraInfo::SetIdentityPath(const std::string& path) {
   qira::host::identity_path_override = path;
 }
 
+// The host's own setting wins; the environment is read only where it can be
+// trusted (secure_getenv: not in a set-user-ID or set-group-ID process).
 std::string CameraInfo::IdentityPath() {
-  const char* from_environment = std::getenv("QIRA_IDENTITY_FILE");
+  {
+    std::lock_guard<std::mutex> lock(qira::host::identity_mutex);
+    if (!qira::host::identity_path_override.empty()) {
+      return qira::host::identity_path_override;
+    }
+  }
+  const char* from_environment = ::secure_getenv(kIdentityEnvironment);
   if (from_environment != nullptr && from_environment[0] != '\0') {
     return from_environment;
   }
-  std::lock_guard<std::mutex> lock(qira::host::identity_mutex);
-  return qira::host::identity_path_override.empty() ? kDefaultIdentityPath
-                                                    : qira::host::identity_path_override;
+  return kDefaultIdentityPath;
 }
 
 }  // namespace qira::variant

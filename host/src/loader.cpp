@@ -163,8 +163,11 @@ void* WirelessModule::symbol(const char* name) const {
   return handle_ != nullptr && name != nullptr ? ::dlsym(handle_, name) : nullptr;
 }
 
+// The environment chooses the library a root process loads: it is read only
+// where it can be trusted (secure_getenv: not in a set-user-ID or
+// set-group-ID process). An explicit path given to open() wins over it.
 std::string WirelessModule::default_path() {
-  const char* from_environment = std::getenv(kModuleEnvironment);
+  const char* from_environment = ::secure_getenv(kModuleEnvironment);
   if (from_environment != nullptr && from_environment[0] != '\0') {
     return from_environment;
   }

@@ -219,6 +219,9 @@ void WpaSupplicantSim::handle_request(const std::string& request, const Client& 
   for (const std::string& event : answer.events_before) {
     send_to(client, event);
   }
+  if (answer.delay_ms > 0) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(answer.delay_ms));
+  }
   if (answer.reply) {
     send_to(client, *answer.reply);
   }

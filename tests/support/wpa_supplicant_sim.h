@@ -35,6 +35,7 @@ class WpaSupplicantSim {
     std::vector<std::string> events_after;   // sent to the requester after
     std::function<void()> action;            // run (on the daemon's thread) last
     bool terminate = false;                  // then unlink and close the socket
+    unsigned int delay_ms = 0;               // the reply comes this long after the events
   };
 
   // Binds the socket (creating the folder) and starts the thread. Fails the

@@ -1,11 +1,11 @@
 #include "apply_command.h"
 
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "commands.h"
-#include "input_checks.h"
+#include "input_table.h"
+#include "qira/host/outside_text.h"
 #include "qira/network/netlib_netm.h"
 
 namespace qira::wifi {
@@ -14,38 +14,33 @@ namespace {
 
 using qira::variant::Variant;
 
-// The text under `path` when it is a string, else "" (the module then takes
-// its default, which is checked as well by being empty).
-std::string text_at(const Variant& config, const char* path) {
-  const Variant* value = config.GetKeyChain(qira::variant::V_STRING, path, true);
-  return value == nullptr ? std::string() : static_cast<const std::string&>(*value);
-}
+constexpr std::size_t kLongestConfig = 64 * 1024;
 
-// The message of a check of `ssid`'s kind, reworded for the key `path`.
-std::optional<std::string> check_quoted_value(const Variant& config, const char* path) {
-  std::optional<std::string> fault = check_ssid(text_at(config, path), TargetFile::kStation);
-  if (!fault) {
-    return std::nullopt;
-  }
-  const std::string::size_type reason = fault->find(':');
-  return "invalid " + std::string(path) + fault->substr(reason);
-}
-
-bool read_whole_file(const std::string& path, std::string& text) {
+// The whole file at `path`, or why not. A stored configuration is a few
+// hundred bytes: a longer file (or a device that never ends) is refused
+// after kLongestConfig bytes rather than read into memory.
+std::optional<std::string> read_config_file(const std::string& path, std::string& text) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
-    return false;
+    return "cannot read " + path;
   }
-  std::ostringstream content;
-  content << file.rdbuf();
-  text = content.str();
-  return !file.bad();
+  text.clear();
+  char buffer[4096];
+  while (file.read(buffer, sizeof(buffer)) || file.gcount() > 0) {
+    text.append(buffer, static_cast<std::size_t>(file.gcount()));
+    if (text.size() > kLongestConfig) {
+      return path + ": longer than " + std::to_string(kLongestConfig) + " bytes";
+    }
+  }
+  if (file.bad()) {
+    return "cannot read " + path;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<std::string> parse_network_config(const std::string& text, bool ap_mode,
-                                                Variant& config) {
+std::optional<std::string> parse_network_config(const std::string& text, Variant& config) {
   std::string error;
   if (!Variant::FromJSON(text, config, &error)) {
     return "invalid configuration: " + error;
@@ -53,22 +48,9 @@ std::optional<std::string> parse_network_config(const std::string& text, bool ap
   if (!qira::variant::IsMapType(config.Type())) {
     return std::string("invalid configuration: not a JSON object");
   }
-  if (ap_mode) {
-    return std::nullopt;
-  }
-  if (auto fault = check_ssid(text_at(config, "wifi/ssid"), TargetFile::kStation)) {
-    return fault;
-  }
-  if (auto fault = check_passphrase(text_at(config, "wifi/wpa/psk"), TargetFile::kStation)) {
-    return fault;
-  }
-  for (const char* path :
-       {"wifi/wpa/ident", "wifi/wpa/username", "wifi/wpa/password", "experiments/bgscan"}) {
-    if (auto fault = check_quoted_value(config, path)) {
-      return fault;
-    }
-  }
-  return std::nullopt;
+  // In every mode: a value the other mode would read is not let through
+  // either.
+  return check_network_config(config);
 }
 
 bool apply_network_config(ModuleSession& session, const std::string& ifname, const Variant& config,
@@ -94,15 +76,12 @@ int run_apply(const GlobalOptions& options, const std::vector<std::string>& args
               Streams& streams) {
   const std::string& ifname = args.at(0);
   const std::string& path = args.at(1);
-  if (auto fault = check_device_name(ifname)) {
+  std::string text;
+  if (auto fault = read_config_file(path, text)) {
     return refuse(streams, *fault);
   }
-  std::string text;
-  if (!read_whole_file(path, text)) {
-    return refuse(streams, "cannot read " + path);
-  }
   Variant config;
-  if (auto fault = parse_network_config(text, options.ap_mode, config)) {
+  if (auto fault = parse_network_config(text, config)) {
     return refuse(streams, path + ": " + *fault);
   }
   ModuleSession session;
@@ -112,7 +91,7 @@ int run_apply(const GlobalOptions& options, const std::vector<std::string>& args
   ActionResult result;
   std::string error;
   if (!apply_network_config(session, ifname, config, options.ap_mode, result, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   return report_action(options, streams, "apply", ifname, result);

@@ -16,11 +16,10 @@
 
 namespace qira::wifi {
 
-// Parses `text` into `config` and checks the values that go into the station
-// file (station mode only: the access point takes nothing from the
-// configuration that is written into a file). std::nullopt, or the message
-// refusing the configuration.
-std::optional<std::string> parse_network_config(const std::string& text, bool ap_mode,
+// Parses `text` (strict JSON) into `config` and checks, in every mode, each
+// value the module reads from it against the input table (input_table.h).
+// std::nullopt, or the message refusing the configuration.
+std::optional<std::string> parse_network_config(const std::string& text,
                                                 qira::variant::Variant& config);
 
 // Calls the opened module's netlib_netm_wireless_init_network. False, with

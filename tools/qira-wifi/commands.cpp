@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <limits>
 
+#include "input_table.h"
+#include "network_action.h"
+#include "qira/host/outside_text.h"
+
 namespace qira::wifi {
 
 namespace {
@@ -10,7 +14,7 @@ namespace {
 constexpr const char kProgram[] = "qira-wifi";
 
 int usage_error(const std::string& message, Streams& streams) {
-  streams.err << kProgram << ": " << message << "\n" << usage_text();
+  streams.err << kProgram << ": " << qira::host::terminal_line(message) << "\n" << usage_text();
   return kExitUsage;
 }
 
@@ -118,6 +122,13 @@ int run_program(const std::vector<std::string>& args, Streams& streams) {
     return usage_error(
         std::string("usage: ") + kProgram + " " + command->name + " " + command->arguments,
         streams);
+  }
+  // A command whose arguments begin with IFNAME gets it checked here, once,
+  // before it runs: the name becomes a path and a daemon's argument.
+  if (std::string(command->arguments).rfind(kIfnameValue, 0) == 0) {
+    if (std::optional<std::string> fault = check_input(kIfnameValue, command_args.front())) {
+      return refuse(streams, *fault);
+    }
   }
   return command->run(command_line.options, command_args, streams);
 }

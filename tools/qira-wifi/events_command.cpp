@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "event_names.h"
+#include "qira/host/outside_text.h"
 #include "qira/netlib/events_view.h"
 #include "qira/network/netlib_events.h"
 #include "stop_signals.h"
@@ -18,9 +19,6 @@ namespace {
 namespace network = qira::network;
 using qira::variant::Variant;
 
-// The longest --timeout taken as given: a day.
-constexpr unsigned long long kLongestTimeoutMs = 24ULL * 3600 * 1000;
-
 }  // namespace
 
 std::string render_event_line(int type, const Variant& payload, bool json) {
@@ -28,10 +26,11 @@ std::string render_event_line(int type, const Variant& payload, bool json) {
     Variant line;
     line["type"] = type;
     line["name"] = event_type_name(type);
-    line["payload"] = payload;
+    line["payload"] = qira::host::json_safe(payload);
     return line.ToJSON();
   }
-  return std::to_string(type) + " " + event_type_name(type) + " " + payload.ToJSON();
+  return std::to_string(type) + " " + event_type_name(type) + " " +
+         qira::host::json_safe(payload).ToJSON();
 }
 
 EventListener::~EventListener() {
@@ -98,7 +97,7 @@ int run_events(const GlobalOptions& options, const std::vector<std::string>& /*a
   ModuleSession session;
   std::string error;
   if (!session.open(options.module_path, error, qira::host::kEventsSubsystem)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   // Watched from before the groups are joined: a stop signal that comes
@@ -110,7 +109,7 @@ int run_events(const GlobalOptions& options, const std::vector<std::string>& /*a
   }
   EventListener listener(session);
   if (!listener.start(error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_lines(error) << "\n";
     return kExitActionFailed;
   }
   const int fd = listener.socket_fd();
@@ -147,8 +146,7 @@ int run_events(const GlobalOptions& options, const std::vector<std::string>& /*a
     if (options.timeout_ms) {
       const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
           std::chrono::steady_clock::now() - started);
-      const auto limit = std::chrono::milliseconds(static_cast<long long>(
-          std::min<unsigned long long>(*options.timeout_ms, kLongestTimeoutMs)));
+      const auto limit = std::chrono::milliseconds(static_cast<long long>(*options.timeout_ms));
       if (elapsed >= limit) {
         break;
       }

@@ -3,7 +3,8 @@
 #include <stdexcept>
 
 #include "commands.h"
-#include "input_checks.h"
+#include "input_table.h"
+#include "qira/host/outside_text.h"
 #include "qira/network/netlib_netm.h"
 
 namespace qira::wifi {
@@ -21,28 +22,6 @@ void override_settings(std::map<std::string, std::string>& settings) {
   }
 }
 
-bool valid_option_name(const std::string& key) {
-  return !key.empty() && key.find_first_not_of(
-                             "abcdefghijklmnopqrstuvwxyz"
-                             "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") == std::string::npos;
-}
-
-std::optional<std::string> check_setting(const std::string& key, const std::string& value) {
-  if (key == "ssid") {
-    return check_ssid(value, TargetFile::kAccessPoint);
-  }
-  if (key == "wpa_passphrase") {
-    return check_passphrase(value, TargetFile::kAccessPoint);
-  }
-  if (key == "interface") {
-    return check_device_name(value);
-  }
-  if (value.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
-    return "invalid value of " + key + ": line breaks and NUL bytes are not allowed";
-  }
-  return std::nullopt;
-}
-
 }  // namespace
 
 std::optional<std::string> parse_hook_request(const std::vector<std::string>& args,
@@ -51,7 +30,10 @@ std::optional<std::string> parse_hook_request(const std::vector<std::string>& ar
   request.ifname = args.at(0);
   request.address = options.address.value_or(kDefaultApAddress);
   request.netmask = options.netmask.value_or(kDefaultApNetmask);
-  if (auto fault = check_device_name(request.ifname)) {
+  if (auto fault = check_input(kAddressValue, request.address)) {
+    return fault;
+  }
+  if (auto fault = check_input(kNetmaskValue, request.netmask)) {
     return fault;
   }
   for (std::size_t index = 1; index < args.size(); ++index) {
@@ -62,14 +44,14 @@ std::optional<std::string> parse_hook_request(const std::vector<std::string>& ar
     }
     const std::string key = word.substr(0, equals);
     const std::string value = word.substr(equals + 1);
-    if (!valid_option_name(key)) {
-      return "invalid override " + word + ": the key must be a hostapd option name";
+    if (auto fault = check_input(kHookKeyValue, key)) {
+      return fault;
     }
     if (value.empty()) {
       request.overrides[key] = std::nullopt;
       continue;
     }
-    if (auto fault = check_setting(key, value)) {
+    if (auto fault = check_hook_setting(key, value)) {
       return fault;
     }
     request.overrides[key] = value;
@@ -129,7 +111,7 @@ int run_hook(const GlobalOptions& options, const std::vector<std::string>& args,
   ActionResult result;
   std::string error;
   if (!configure_ap_with_hook(session, request, result, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   return report_action(options, streams, "hook", request.ifname, result);

@@ -31,10 +31,10 @@ struct HookRequest {
 };
 
 // The request of `args` (IFNAME, then at least one KEY=VALUE) and the
-// address options, or the message refusing it: a bad device name, a word
-// without '=', a key that is not a hostapd option name (letters, digits,
-// '_'), a value that would break the file's lines ("ssid" and
-// "wpa_passphrase" with their own checks, "interface" as a device name).
+// address options, or the message refusing it: a word without '=', or a
+// value the input table refuses (--address, --netmask, "hook KEY", "hook
+// interface", "hook VALUE"). IFNAME is checked for every command by
+// run_program.
 std::optional<std::string> parse_hook_request(const std::vector<std::string>& args,
                                               const GlobalOptions& options, HookRequest& request);
 

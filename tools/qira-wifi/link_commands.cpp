@@ -1,7 +1,7 @@
 #include "link_commands.h"
 
 #include "commands.h"
-#include "input_checks.h"
+#include "qira/host/outside_text.h"
 #include "qira/network/netlib_netm.h"
 
 namespace qira::wifi {
@@ -21,7 +21,7 @@ int run_link_command(LinkAction action, const GlobalOptions& options,
   ActionResult result;
   std::string error;
   if (!run_link_action(session, request, result, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   return report_action(options, streams, link_action_name(action), request.ifname, result);
@@ -39,7 +39,7 @@ std::optional<std::string> parse_link_request(LinkAction action, const std::stri
   if (action == LinkAction::kRecover && options.vendor_tools) {
     return std::string("option --vendor does not apply to recover");
   }
-  return check_device_name(ifname);
+  return std::nullopt;
 }
 
 const char* link_action_name(LinkAction action) {

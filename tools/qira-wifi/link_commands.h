@@ -26,8 +26,8 @@ struct LinkRequest {
 };
 
 // The request for `action` on `ifname` with the --ap/--vendor flags of
-// `options`, or the message refusing it (a bad device name, --vendor with
-// recover).
+// `options`, or the message refusing it (--vendor with recover; IFNAME is
+// checked for every command by run_program).
 std::optional<std::string> parse_link_request(LinkAction action, const std::string& ifname,
                                               const GlobalOptions& options, LinkRequest& request);
 

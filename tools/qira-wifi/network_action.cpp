@@ -1,6 +1,7 @@
 #include "network_action.h"
 
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/host_globals.h"
 #include "qira/variant/variant.h"
 
@@ -9,7 +10,7 @@ namespace qira::wifi {
 bool open_module(const GlobalOptions& options, ModuleSession& session, Streams& streams) {
   std::string error;
   if (!session.open(options.module_path, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return false;
   }
   return true;
@@ -32,9 +33,9 @@ int report_action(const GlobalOptions& options, Streams& streams, const std::str
     for (const qira::host::LogRecord& record : result.log) {
       log.Append(log_record_to_variant(record));
     }
-    streams.out << root.ToJSON(2) << "\n";
+    streams.out << qira::host::json_safe(root).ToJSON(2) << "\n";
   } else {
-    streams.out << action << " " << ifname << ": "
+    streams.out << action << " " << qira::host::terminal_text(ifname) << ": "
                 << (result.ok ? std::string("done") : describe_failure(result.log)) << "\n";
   }
   return result.ok ? kExitOk : kExitActionFailed;
@@ -46,7 +47,7 @@ void capture_exception(const std::exception& exception) {
 }
 
 int refuse(Streams& streams, const std::string& message) {
-  streams.err << "qira-wifi: " << message << "\n";
+  streams.err << "qira-wifi: " << qira::host::terminal_line(message) << "\n";
   return kExitUsage;
 }
 

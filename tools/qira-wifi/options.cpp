@@ -113,6 +113,11 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
         error = "option --timeout needs a number of milliseconds";
         return false;
       }
+      if (milliseconds > kLongestTimeoutMs) {
+        error = "option --timeout takes at most " + std::to_string(kLongestTimeoutMs) +
+                " milliseconds (a day)";
+        return false;
+      }
       result.options.timeout_ms = milliseconds;
     } else if (word == kCountOption || word.rfind(std::string(kCountOption) + "=", 0) == 0) {
       std::string value;

@@ -9,6 +9,11 @@
 
 namespace qira::wifi {
 
+// The longest --timeout taken: a day. Larger values are refused, so that no
+// wait can wrap where time is counted in 32 bits (a 32-bit ARM camera's
+// timeval seconds, an unsigned int of milliseconds).
+inline constexpr unsigned long long kLongestTimeoutMs = 24ULL * 3600 * 1000;
+
 struct GlobalOptions {
   bool json = false;        // --json: one JSON object instead of aligned text
   bool verbose = false;     // --verbose: echo every module log line on stderr
@@ -38,7 +43,8 @@ struct CommandLine {
 
 // Splits `args` (argv without the program name). Global options are taken
 // wherever they stand, as "--module PATH" or "--module=PATH" (and the same
-// for "--timeout MS", MS in decimal digits, "--address ADDR" and "--netmask MASK"); the
+// for "--timeout MS", MS in decimal digits up to kLongestTimeoutMs, "--address ADDR" and
+// "--netmask MASK"); the
 // flags "--ap", "--vendor" and "--again" likewise; "--" ends the options. Any other word that
 // starts with
 // '-' is an error: commands take no options of their own yet. False, with `error` set, on a bad

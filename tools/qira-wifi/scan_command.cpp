@@ -5,6 +5,7 @@
 
 #include "module_session.h"
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/host/seams.h"
 #include "qira/netlib/events_view.h"
 #include "qira/network/netlib_scan.h"
@@ -33,14 +34,14 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
   if (!session.open(options.module_path, error,
                     qira::host::kInterfaceSubsystem | qira::host::kEventsSubsystem |
                         qira::host::kScanSubsystem)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   auto* trigger = session.function(&network::netlib_libscan_trigger, error);
   auto* service = session.function(&network::netlib_libscan_service, error);
   auto* results = session.function(&network::netlib_libscan_results, error);
   if (trigger == nullptr || service == nullptr || results == nullptr) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   StopSignals stop;
@@ -54,14 +55,13 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
     return report_failure("scan trigger failed", capture.records(), streams);
   }
   if (in_progress) {
-    streams.err << "qira-wifi: another scan is in progress on " << ifname << "\n";
+    streams.err << "qira-wifi: another scan is in progress on " << qira::host::terminal_text(ifname)
+                << "\n";
     return kExitActionFailed;
   }
   const std::chrono::milliseconds limit =
-      options.timeout_ms
-          ? std::chrono::milliseconds(static_cast<long long>(
-                std::min<unsigned long long>(*options.timeout_ms, 24ULL * 3600 * 1000)))
-          : kScanDefaultTimeout;
+      options.timeout_ms ? std::chrono::milliseconds(static_cast<long long>(*options.timeout_ms))
+                         : kScanDefaultTimeout;
   // The scan's notifications arrive on the event module's socket, which the
   // trigger has joined to nl80211's groups: each time it is readable the
   // scan module is serviced once, and nothing runs in between.
@@ -82,8 +82,8 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
     const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - started);
     if (elapsed >= limit) {
-      streams.err << "qira-wifi: the scan on " << ifname << " did not end within " << limit.count()
-                  << " ms\n";
+      streams.err << "qira-wifi: the scan on " << qira::host::terminal_text(ifname)
+                  << " did not end within " << limit.count() << " ms\n";
       return kExitActionFailed;
     }
     const StopSignals::Wake wake = stop.wait_readable(fd, limit - elapsed);
@@ -118,7 +118,7 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
     if (options.again) {
       root["again"] = access_points_variant(ranked_again);
     }
-    streams.out << root.ToJSON(2) << "\n";
+    streams.out << qira::host::json_safe(root).ToJSON(2) << "\n";
   } else {
     if (status.aborted) {
       streams.out << "scan aborted: results may be incomplete\n";

@@ -10,7 +10,10 @@
 
 #include "commands.h"
 #include "event_names.h"
+#include "input_table.h"
+#include "network_action.h"
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/host/seams.h"
 #include "qira/host_globals.h"
 #include "qira/network/wpa_client.h"
@@ -63,8 +66,8 @@ class CommandLog {
 
 // The client could not be set up: says why, in the module's words.
 int unreachable(const std::string& ifname, CommandLog& log, Streams& streams) {
-  streams.err << "qira-wifi: cannot reach the wpa_supplicant of " << ifname << ": "
-              << describe_failure(log.take()) << "\n";
+  streams.err << "qira-wifi: cannot reach the wpa_supplicant of "
+              << qira::host::terminal_text(ifname) << ": " << describe_failure(log.take()) << "\n";
   return kExitActionFailed;
 }
 
@@ -86,7 +89,7 @@ void print_event(network::event_type type, const qira::variant::Variant& payload
 
 std::string format_event_line(network::event_type type, const qira::variant::Variant& payload) {
   return std::to_string(static_cast<int>(type)) + " " + event_type_name(static_cast<int>(type)) +
-         " " + payload.ToJSON() + "\n";
+         " " + qira::host::json_safe(payload).ToJSON() + "\n";
 }
 
 std::string join_command(const std::vector<std::string>& words) {
@@ -103,6 +106,9 @@ std::string join_command(const std::vector<std::string>& words) {
 int run_wpa(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams) {
   const std::string& ifname = args.at(0);
   const std::string command = join_command(std::vector<std::string>(args.begin() + 1, args.end()));
+  if (std::optional<std::string> fault = check_input(kWpaCommandValue, command)) {
+    return refuse(streams, *fault);
+  }
   const unsigned long long timeout = options.timeout_ms.value_or(kDefaultWpaReplyTimeoutMs);
   CommandLog log(options.verbose, streams.err);
   network::WpaClient client;
@@ -111,16 +117,18 @@ int run_wpa(const GlobalOptions& options, const std::vector<std::string>& args, 
   }
   std::string reply;
   if (!client.Request(command, reply, timeout)) {
-    streams.err << "qira-wifi: " << command << " to the wpa_supplicant of " << ifname << ": "
+    streams.err << "qira-wifi: " << qira::host::terminal_text(command)
+                << " to the wpa_supplicant of " << qira::host::terminal_text(ifname) << ": "
                 << describe_failure(log.take()) << "\n";
     return kExitActionFailed;
   }
   if (reply.empty()) {
-    streams.err << "qira-wifi: no reply from the wpa_supplicant of " << ifname << " within "
-                << timeout << " ms\n";
+    streams.err << "qira-wifi: no reply from the wpa_supplicant of "
+                << qira::host::terminal_text(ifname) << " within " << timeout << " ms\n";
     return kExitActionFailed;
   }
-  streams.out << reply;
+  // The reply is the daemon's text, which may quote names from the air.
+  streams.out << qira::host::terminal_lines(reply);
   return kExitOk;
 }
 
@@ -137,7 +145,8 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
     return unreachable(ifname, log, streams);
   }
   if (!client->Subscribe(&print_event, &printer)) {
-    streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " refused ATTACH\n";
+    streams.err << "qira-wifi: the wpa_supplicant of " << qira::host::terminal_text(ifname)
+                << " refused ATTACH\n";
     return kExitActionFailed;
   }
   const unsigned long long started = nowMs();
@@ -152,7 +161,8 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
     return elapsed >= *options.timeout_ms ? 0 : std::min(slice, *options.timeout_ms - elapsed);
   };
   const auto say = [&](const char* what) {
-    streams.err << "qira-wifi: the wpa_supplicant of " << ifname << " " << what << "\n";
+    streams.err << "qira-wifi: the wpa_supplicant of " << qira::host::terminal_text(ifname) << " "
+                << what << "\n";
     streams.err.flush();
   };
   while (!signals.requested()) {

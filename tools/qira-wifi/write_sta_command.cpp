@@ -1,8 +1,12 @@
 #include "write_sta_command.h"
 
+#include <utility>
+
 #include "commands.h"
-#include "input_checks.h"
+#include "input_table.h"
+#include "network_action.h"
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/network/netlib_netm.h"
 
 namespace qira::wifi {
@@ -23,13 +27,18 @@ std::optional<std::string> parse_station_request(const std::vector<std::string>&
   request.key = args.at(2);
   request.auth = args.size() > 3 ? args[3] : "";
   request.psk = args.size() > 4 ? args[4] : "";
-  if (auto fault = check_device_name(request.ifname)) {
-    return fault;
+  const std::pair<const char*, const std::string*> values[] = {
+      {kSsidValue, &request.ssid},
+      {kKeyValue, &request.key},
+      {kAuthValue, &request.auth},
+      {kPskValue, &request.psk},
+  };
+  for (const auto& [name, value] : values) {
+    if (std::optional<std::string> fault = check_input(name, *value)) {
+      return fault;
+    }
   }
-  if (auto fault = check_ssid(request.ssid, TargetFile::kStation)) {
-    return fault;
-  }
-  return check_passphrase(request.psk, TargetFile::kStation);
+  return std::nullopt;
 }
 
 bool write_station_file(ModuleSession& session, const StationRequest& request,
@@ -49,18 +58,17 @@ int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& 
                   Streams& streams) {
   StationRequest request;
   if (auto fault = parse_station_request(args, request)) {
-    streams.err << "qira-wifi: " << *fault << "\n";
-    return kExitUsage;
+    return refuse(streams, *fault);
   }
   ModuleSession session;
   std::string error;
   if (!session.open(options.module_path, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   WriteStaResult result;
   if (!write_station_file(session, request, result, error)) {
-    streams.err << "qira-wifi: " << error << "\n";
+    streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
   if (options.verbose) {
@@ -77,7 +85,7 @@ int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& 
     for (const qira::host::LogRecord& record : result.log) {
       log.Append(log_record_to_variant(record));
     }
-    streams.out << root.ToJSON(2) << "\n";
+    streams.out << qira::host::json_safe(root).ToJSON(2) << "\n";
   } else if (result.ok) {
     streams.out << kStationFile << ": written\n";
   } else {

@@ -1,6 +1,6 @@
 // `qira-wifi write-sta IFNAME SSID KEY [AUTH PSK]`: writes the station file
 // /etc/wlan0.conf through the module's netlib_netm_configure_sta, after the
-// values were checked (input_checks.h). It writes the machine's real /etc:
+// values were checked (input_table.h). It writes the machine's real /etc:
 // it needs root and is meant for the camera or its virtual machine.
 #ifndef QIRA_TOOLS_QIRA_WIFI_WRITE_STA_COMMAND_H
 #define QIRA_TOOLS_QIRA_WIFI_WRITE_STA_COMMAND_H
@@ -24,7 +24,8 @@ struct StationRequest {
 };
 
 // The request of `args` (3 to 5 words), or the message refusing one of its
-// values.
+// values (SSID, KEY, AUTH and PSK of the input table; IFNAME is checked for
+// every command by run_program).
 std::optional<std::string> parse_station_request(const std::vector<std::string>& args,
                                                  StationRequest& request);
 

@@ -36,13 +36,71 @@ Variant identity(unsigned int sysid, const char* name, const char* hwaddr) {
   return v;
 }
 
-TEST_F(CameraInfoTest, IdentityPathDefaultSetAndEnvironment) {
+TEST_F(CameraInfoTest, IdentityPathDefaultEnvironmentAndSet) {
   EXPECT_EQ("/etc/qira/identity.json", CameraInfo::IdentityPath());
-  CameraInfo::SetIdentityPath("/tmp/id.json");
-  EXPECT_EQ("/tmp/id.json", CameraInfo::IdentityPath());
   ::setenv("QIRA_IDENTITY_FILE", "/etc/other.json", 1);
   EXPECT_EQ("/etc/other.json", CameraInfo::IdentityPath());
   ::unsetenv("QIRA_IDENTITY_FILE");
+}
+
+// The host's own setting wins: the environment of a root process must not
+// replace the identity the host chose (whose name reaches hostapd's file).
+TEST_F(CameraInfoTest, ThePathTheHostSetWinsOverTheEnvironment) {
+  CameraInfo::SetIdentityPath("/tmp/id.json");
+  ::setenv("QIRA_IDENTITY_FILE", "/etc/other.json", 1);
+  EXPECT_EQ("/tmp/id.json", CameraInfo::IdentityPath());
+  qira::test::write_file("/tmp/id.json", "{\"sysid\": 5, \"name\": \"set\"}");
+  qira::test::write_file("/etc/other.json", "{\"sysid\": 6, \"name\": \"environment\"}");
+  CameraInfo info;
+  ASSERT_TRUE(info.Init());
+  EXPECT_EQ("set", info.name());
+  ::unsetenv("QIRA_IDENTITY_FILE");
+}
+
+// A name or hardware address that would add a line to hostapd's file makes
+// the identity unusable, with one line saying which key, whether it comes
+// from the file or from the installed record.
+TEST_F(CameraInfoTest, IdentityTextsThatWouldBreakAFileAreRefused) {
+  struct Case {
+    const char* name;
+    const char* hwaddr;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"Cam\nctrl_interface=/tmp", "0200000000AB",
+       "Identity key \"name\" refused: line breaks are not allowed"},
+      {"Cam\r", "0200000000AB", "Identity key \"name\" refused: line breaks are not allowed"},
+      {"Cam", "02000000AB12\nchannel=6",
+       "Identity key \"hwaddr\" refused: only hexadecimal digits, ':' and '-' are allowed"},
+      {"Cam", "02 00",
+       "Identity key \"hwaddr\" refused: only hexadecimal digits, ':' and '-' are allowed"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.message);
+    qira::host::LogCapture log;
+    install(identity(25248, c.name, c.hwaddr));
+    CameraInfo info;
+    EXPECT_FALSE(info.Init());
+    EXPECT_TRUE(info.IsNull());
+    ASSERT_EQ(log.records().size(), 1u);
+    EXPECT_EQ(log.records()[0].message, c.message);
+    EXPECT_EQ(log.records()[0].level, 3);
+  }
+  Variant with_nul = identity(25248, "Cam", "0200000000AB");
+  with_nul["name"] = std::string("Ca\0m", 4);
+  install(with_nul);
+  CameraInfo info;
+  EXPECT_FALSE(info.Init());
+  qira::host::clear_identity_record();
+  qira::test::write_file(
+      "/etc/qira/identity.json",
+      "{\"sysid\": 25248, \"name\": \"Cam\\nx=y\", \"hwaddr\": \"0200000000AB\"}");
+  EXPECT_FALSE(info.Init());
+  qira::test::write_file(
+      "/etc/qira/identity.json",
+      "{\"sysid\": 25248, \"name\": \"Caf\u00e9 \\\"1\\\"\", \"hwaddr\": \"02:00:00:00:AB:12\"}");
+  ASSERT_TRUE(info.Init());
+  EXPECT_EQ("Caf\xC3\xA9 \"1\"", info.name());
 }
 
 TEST_F(CameraInfoTest, InitReadsTheDefaultIdentityFile) {
@@ -110,7 +168,7 @@ TEST_F(CameraInfoTest, HwaddrMissingOrNotAStringBecomesEmpty) {
 }
 
 TEST_F(CameraInfoTest, SysidAcceptsEveryIntegerWidth) {
-  Variant record = identity(0, "n", "x");
+  Variant record = identity(0, "n", "0a");
   record["sysid"] = static_cast<unsigned short>(3054);
   install(record);
   CameraInfo info;

@@ -80,8 +80,15 @@ TEST(Options, TimeoutTakesTheNextWordOrEqualsSign) {
   EXPECT_EQ(line.options.timeout_ms, 1500ULL);
   EXPECT_EQ(line.words, (std::vector<std::string>{"wpa-events", "wlan0"}));
   EXPECT_EQ(parse_ok({"--timeout=0", "wpa", "wlan0", "PING"}).options.timeout_ms, 0ULL);
-  EXPECT_EQ(parse_ok({"--timeout", "18446744073709551615"}).options.timeout_ms,
-            18446744073709551615ULL);
+  EXPECT_EQ(parse_ok({"--timeout", "86400000"}).options.timeout_ms, 86400000ULL);
+}
+
+// A day at most: every wait stays within 32-bit seconds and milliseconds.
+TEST(Options, TimeoutAboveADayIsRefused) {
+  const std::string error = "option --timeout takes at most 86400000 milliseconds (a day)";
+  EXPECT_EQ(parse_error({"--timeout", "86400001"}), error);
+  EXPECT_EQ(parse_error({"--timeout=4294967296", "wpa", "wlan0", "PING"}), error);
+  EXPECT_EQ(parse_error({"--timeout", "18446744073709551615"}), error);
 }
 
 TEST(Options, TimeoutNeedsDecimalMilliseconds) {

@@ -84,7 +84,32 @@ TEST(RenderScanText, HeaderAndAlignedRowsWithEscapedSsid) {
   EXPECT_EQ(text,
             "BSSID              SSID     CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n"
             "0a:00:00:00:00:01  Home          36      5180 5 GHz        70 WPA2\n"
-            "0a:00:00:00:00:02  \\x  lead       1      2412 2.4 GHz      30 open\n");
+            "0a:00:00:00:00:02  \\x20lead       1      2412 2.4 GHz      30 open\n");
+}
+
+// Names from the air: an escape sequence never reaches the terminal raw, a
+// UTF-8 name stays readable and the columns stay aligned in characters.
+TEST(RenderScanText, NamesAreEscapedAsIwShowsThemAndAligned) {
+  const std::string text = render_scan_text({
+      record("0a:00:00:00:00:01", "\x1B[2J\x1B]0;pwned\x07", 2412, 1, 70, 1, 2),
+      record("0a:00:00:00:00:02",
+             "Caf\xC3\xA9-\xC3\x91"
+             "and\xC3\xBA",
+             2412, 1, 60, 1, 2),
+      record("0a:00:00:00:00:03", "say \"hi\" \\ back", 2412, 1, 50, 1, 2),
+      record("0a:00:00:00:00:04", "bad \xC3(", 2412, 1, 40, 1, 2),
+  });
+  EXPECT_EQ(
+      text,
+      "BSSID              SSID                    CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n"
+      "0a:00:00:00:00:01  \\x1b[2J\\x1b]0;pwned\\x07       1      2412 2.4 GHz      70 WPA2\n"
+      "0a:00:00:00:00:02  Caf\xC3\xA9-\xC3\x91"
+      "and\xC3\xBA                    1      2412 2.4 GHz      60 "
+      "WPA2\n"
+      "0a:00:00:00:00:03  say \"hi\" \\x5c back            1      2412 2.4 GHz      50 WPA2\n"
+      "0a:00:00:00:00:04  bad \\xc3(                     1      2412 2.4 GHz      40 WPA2\n");
+  EXPECT_EQ(text.find('\x1B'), std::string::npos);
+  EXPECT_EQ(text.find('\x07'), std::string::npos);
 }
 
 TEST(RenderScanText, NoRecordIsTheHeaderAlone) {
@@ -98,7 +123,22 @@ TEST(ScanToVariant, OneObjectWithTheAccessPoints) {
           .ToJSON(),
       "{\"aborted\":true,\"access_points\":[{\"band\":\"5 GHz\",\"bssid\":"
       "\"0a:00:00:00:00:01\",\"channel\":36,\"frequency\":5180,\"quality\":70,"
-      "\"security\":\"WPA2\",\"signal\":70,\"ssid\":\"Home\"}],\"ifname\":\"wlan0\"}");
+      "\"security\":\"WPA2\",\"signal\":70,\"ssid\":\"Home\",\"ssid_hex\":\"486f6d65\"}],"
+      "\"ifname\":\"wlan0\"}");
+}
+
+TEST(ScanToVariant, NameIsAStringOnlyWhenUtf8AndAlwaysHex) {
+  const qira::variant::Variant list = access_points_variant({
+      record("0a:00:00:00:00:01", "Caf\xC3\xA9", 2412, 1, 70, 1, 2),
+      record("0a:00:00:00:00:02", "\xFF\x1B[2J", 2412, 1, 70, 1, 2),
+  });
+  const std::string json = list.ToJSON();
+  EXPECT_NE(json.find("\"ssid\":\"Caf\xC3\xA9\",\"ssid_hex\":\"436166c3a9\""), std::string::npos)
+      << json;
+  EXPECT_NE(json.find("\"ssid\":null,\"ssid_hex\":\"ff1b5b324a\""), std::string::npos) << json;
+  qira::variant::Variant parsed;
+  std::string error;
+  EXPECT_TRUE(qira::variant::Variant::FromJSON(json, parsed, &error)) << error;
 }
 
 BssAttributes bss(std::uint8_t last, const std::string& ssid, std::uint32_t frequency,

@@ -96,6 +96,37 @@ TEST(WpaCommand, ReplyWithoutNewlineIsPrintedAsIs) {
   EXPECT_EQ(result.out, "wpa_state=DISCONNECTED");
 }
 
+// The reply is the daemon's text and may quote names from the air: it is
+// printed line by line with every control byte and invalid sequence escaped.
+TEST(WpaCommand, ReplyIsEscapedForTheTerminal) {
+  WpaSupplicantSim daemon("qs0");
+  daemon.reply("STATUS", "ssid=\x1B[2J\x1B]0;x\x07\xFF\nid_str=Caf\xC3\xA9\r\n");
+  const ProgramRun result = run_args({"wpa", "qs0", "STATUS"});
+  EXPECT_EQ(result.status, kExitOk);
+  EXPECT_EQ(result.out, "ssid=\\x1b[2J\\x1b]0;x\\x07\\xff\nid_str=Caf\xC3\xA9\\x0d\n");
+}
+
+// The longest time-out taken (a day) waits as long as it says, also where
+// seconds and milliseconds are 32-bit (this test runs on armhf too): a reply
+// 300 ms late arrives, where a wrapped wait would have given up at once.
+TEST(WpaCommand, TheLongestTimeOutWaitsForALateReply) {
+  WpaSupplicantSim daemon("qs0");
+  Answer late;
+  late.delay_ms = 300;
+  late.reply = "PONG\n";
+  daemon.script("PING", late);
+  daemon.script("PING", late);
+  ProgramRun result = run_args({"--timeout", "86400000", "wpa", "qs0", "PING"});
+  EXPECT_EQ(result.status, kExitOk) << result.err;
+  EXPECT_EQ(result.out, "PONG\n");
+  // The same late reply misses a short wait: the delay is real.
+  result = run_args({"--timeout", "50", "wpa", "qs0", "PING"});
+  EXPECT_EQ(result.status, kExitActionFailed);
+  EXPECT_EQ(result.err, "qira-wifi: no reply from the wpa_supplicant of qs0 within 50 ms\n");
+  result = run_args({"--timeout", "86400001", "wpa", "qs0", "PING"});
+  EXPECT_EQ(result.status, kExitUsage);
+}
+
 TEST(WpaCommand, NoDaemonIsAFailedAction) {
   const ProgramRun result = run_args({"wpa", "qs0", "PING"});
   EXPECT_EQ(result.status, kExitActionFailed);
@@ -164,6 +195,30 @@ TEST(WpaEventsCommand, PrintsEachTranslatedEventUntilTheTimeOut) {
       "26 disconnected_from_ap {\"eventName\":\"disconnected_from_ap\",\"ifname\":\"qs0\"}\n");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(daemon.requests(), (std::vector<std::string>{"ATTACH", "DETACH"}));
+}
+
+// A network name in an event payload: valid JSON whatever its bytes, with
+// control characters escaped and bytes that are not UTF-8 given in hex.
+TEST(WpaEventsCommand, NamesInEventsStayValidJson) {
+  WpaSupplicantSim daemon("qs0");
+  Answer attach;
+  attach.reply = "OK\n";
+  attach.events_after = {
+      "<3>CTRL-EVENT-SSID-TEMP-DISABLED id=0 ssid=\"\x1B[2J\" auth_failures=1 duration=10 "
+      "reason=WRONG_KEY",
+      "<3>CTRL-EVENT-SSID-TEMP-DISABLED id=1 ssid=\"\xFF\xFE\" auth_failures=1 duration=10 "
+      "reason=WRONG_KEY",
+  };
+  daemon.script("ATTACH", attach);
+  const ProgramRun result = run_args({"wpa-events", "qs0", "--timeout=300"});
+  EXPECT_EQ(result.status, kExitOk);
+  EXPECT_EQ(result.out,
+            "14 ssid_temp_disabled {\"auth_failures\":\"1\",\"duration\":\"10\","
+            "\"eventName\":\"ssid_temp_disabled\",\"id\":\"0\",\"ifname\":\"qs0\","
+            "\"reason\":\"WRONG_KEY\",\"ssid\":\"\\u001b[2J\"}\n"
+            "14 ssid_temp_disabled {\"auth_failures\":\"1\",\"duration\":\"10\","
+            "\"eventName\":\"ssid_temp_disabled\",\"id\":\"1\",\"ifname\":\"qs0\","
+            "\"reason\":\"WRONG_KEY\",\"ssid\":null,\"ssid_hex\":\"fffe\"}\n");
 }
 
 TEST(WpaEventsCommand, WaitsForTheDaemonAfterItTerminatesUntilTheTimeOut) {

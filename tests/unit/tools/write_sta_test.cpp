@@ -42,15 +42,16 @@ TEST(ParseStationRequest, TakesTheOptionalAuthAndPsk) {
   EXPECT_EQ(request.psk, "\"pass phrase\"");
 }
 
-TEST(ParseStationRequest, ChecksDeviceNameThenSsidThenPassphrase) {
+TEST(ParseStationRequest, ChecksSsidKeyAuthThenPassphrase) {
   StationRequest request;
-  EXPECT_EQ(parse_station_request({"wl\nan0", "a\"b", "wpa2", "psk", "x\"y"}, request),
-            "invalid device name: line breaks are not allowed");
-  EXPECT_EQ(parse_station_request({"wlan0", "a\"b", "wpa2", "psk", "x\"y"}, request),
-            "invalid SSID: double quotes are not allowed in the station file");
+  EXPECT_EQ(parse_station_request({"wlan0", "a\"b", "wpa2\n", "psk", "x\"y"}, request),
+            "invalid SSID: double quotes are not allowed");
+  EXPECT_EQ(parse_station_request({"wlan0", "ab", "wpa2\n", "psk", "x\"y"}, request),
+            "invalid KEY: line breaks are not allowed");
+  EXPECT_EQ(parse_station_request({"wlan0", "ab", "wpa2", "p\rsk", "x\"y"}, request),
+            "invalid AUTH: line breaks are not allowed");
   EXPECT_EQ(parse_station_request({"wlan0", "ab", "wpa2", "psk", "x\"y"}, request),
-            "invalid passphrase: a double quote is allowed in the station file only as a pair "
-            "around the whole passphrase");
+            "invalid PSK: a double quote is allowed only as a pair around the whole passphrase");
 }
 
 TEST_F(WriteSta, RefusedSsidNeverReachesTheModule) {

@@ -246,7 +246,7 @@ bool CameraHost::apply(const std::vector<std::string>& words) {
   std::ostringstream text;
   text << file.rdbuf();
   qira::variant::Variant config;
-  if (auto fault = qira::wifi::parse_network_config(text.str(), ap_mode, config)) {
+  if (auto fault = qira::wifi::parse_network_config(text.str(), config)) {
     say("error " + *fault);
     return false;
   }

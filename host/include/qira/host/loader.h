@@ -51,7 +51,8 @@ class WirelessModule {
   // Address of an exported symbol (its mangled name for C++), or null.
   void* symbol(const char* name) const;
 
-  // QIRA_WIRELESS_MODULE from the environment, else the module's SONAME
+  // QIRA_WIRELESS_MODULE from the environment (secure_getenv: ignored in a
+  // set-user-ID or set-group-ID process), else the module's SONAME
   // ("libqira_network_utils_wireless.so.1"), found by the dynamic loader.
   static std::string default_path();
 

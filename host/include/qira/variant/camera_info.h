@@ -19,7 +19,10 @@ class CameraInfo : public Variant {
 
   // Loads the identity into this record: the record installed with
   // qira::host::set_identity_record() if any, else the JSON object in the
-  // identity file (IdentityPath()). False when neither is available.
+  // identity file (IdentityPath()). False when neither is available, or when
+  // its "name" holds a line break or NUL or its "hwaddr" anything but
+  // hexadecimal digits, ':' and '-' (both reach hostapd's file), with one
+  // log line saying which.
   bool Init();
 
   // Model number. Crashes (after logging) when the record is not a map
@@ -33,8 +36,9 @@ class CameraInfo : public Variant {
   // map; a missing or non-string value is replaced by an empty string.
   std::string hwaddr();
 
-  // Where Init() reads the identity: QIRA_IDENTITY_FILE from the environment
-  // when set, else the path set here, else "/etc/qira/identity.json".
+  // Where Init() reads the identity: the path set here when set, else
+  // QIRA_IDENTITY_FILE from the environment (secure_getenv: ignored in a
+  // set-user-ID or set-group-ID process), else "/etc/qira/identity.json".
   static void SetIdentityPath(const std::string& path);
   static std::string IdentityPath();
 };
