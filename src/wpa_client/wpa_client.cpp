@@ -186,15 +186,17 @@ bool WpaClient::Send(const std::string& msg, unsigned long long timeout) {
       retrying = true;
       start = nowMs();
     } else {
-      // The remaining time is reduced by the whole time since the first
-      // retry on every round, so after the second retry the deadline comes
-      // sooner than the time-out. Required behaviour; the arithmetic is
-      // unsigned, as the types give it.
+      // Gives up once the deadline as it stands (start + remaining, before
+      // this round reduces it) lies behind the clock. Otherwise the remaining
+      // time is reduced by the whole time since the first retry on every
+      // round, so after the second retry the deadline comes sooner than the
+      // time-out. Required behaviour; the arithmetic is unsigned, as the types
+      // give it.
       const unsigned long long now = nowMs();
-      remaining = remaining + start - now;
       if (remaining + start < now) {
         return false;
       }
+      remaining = remaining + start - now;
     }
     sleepMs(static_cast<unsigned int>(remaining));
   }

@@ -115,14 +115,17 @@ TEST_F(BusyClient, FirstRetrySleepsTheWholeTimeOut) {
   EXPECT_EQ(busy_.calls, 2);
 }
 
-TEST_F(BusyClient, BusyForeverEndsAfterTheSecondTryWithoutALine) {
+TEST_F(BusyClient, BusyForeverEndsAfterTheThirdTryWithoutALine) {
+  // The first retry sleeps the whole 100 ms (the clock then reads 1100, the
+  // deadline itself, which is not below it): a second retry with 0 ms left,
+  // then 1000 + 0 < 1100 ends it.
   FakeClock clock(1000);
   busy_.errors = {EAGAIN};
   busy_.forever = true;
   LogCapture log;
   EXPECT_FALSE(client_.Send("PING", 100));
-  EXPECT_EQ(clock.sleeps(), std::vector<unsigned int>{100});
-  EXPECT_EQ(busy_.calls, 2);
+  EXPECT_EQ(clock.sleeps(), (std::vector<unsigned int>{100, 0}));
+  EXPECT_EQ(busy_.calls, 3);
   EXPECT_TRUE(log.records().empty());
 }
 
@@ -136,29 +139,49 @@ TEST_F(BusyClient, EbusyAndEintrAreRetriedToo) {
   EXPECT_EQ(busy_.calls, 4);
 }
 
-TEST_F(BusyClient, SecondRetryAfterAFullSleepGivesUp) {
+// The give-up test of a later retry reads the deadline as it stood before
+// that retry reduces the remaining time: start + remaining below now ends
+// the sending, else remaining becomes remaining + start - now.
+
+TEST_F(BusyClient, SecondRetryExactlyAtTheDeadlineTriesOnceMore) {
   // First retry: start 5000, sleep 40 (the clock reads 5040 after it).
-  // Second: remaining = 40 + 5000 - 5040 = 0 and 0 + 5000 < 5040: false.
+  // Second: 40 + 5000 is not below 5040, so remaining = 0, a sleep of 0 and
+  // a third send, which goes through.
   FakeClock clock(5000);
   busy_.errors = {EAGAIN, EBUSY};
   LogCapture log;
+  EXPECT_TRUE(client_.Send("PING", 40));
+  EXPECT_EQ(clock.sleeps(), (std::vector<unsigned int>{40, 0}));
+  EXPECT_EQ(busy_.calls, 3);
+  EXPECT_TRUE(log.records().empty());
+  ASSERT_TRUE(daemon_.wait_for_requests(1, 5000));
+  EXPECT_EQ(daemon_.requests(), std::vector<std::string>{"PING"});
+}
+
+TEST_F(BusyClient, SecondRetryPastTheDeadlineGivesUp) {
+  // First retry: start 5000, sleep 40; the clock then reads 5041, one past
+  // the deadline 5040: false without a line, after two sends.
+  ScriptedClock clock({5000, 5041});
+  busy_.errors = {EAGAIN, EBUSY};
+  LogCapture log;
   EXPECT_FALSE(client_.Send("PING", 40));
-  EXPECT_EQ(clock.sleeps(), std::vector<unsigned int>{40});
+  EXPECT_EQ(clock.sleeps, std::vector<unsigned int>{40});
   EXPECT_EQ(busy_.calls, 2);
   EXPECT_TRUE(log.records().empty());
 }
 
 TEST_F(BusyClient, DeadlineShrinksFasterThanTheClockAfterTheSecondRetry) {
-  // The clock advances 10 ms per retry whatever is slept. remaining:
-  // 100; 100+1000-1010 = 90; 90+1000-1020 = 70; 70+1000-1030 = 40;
-  // 40+1000-1040 = 0, and 0+1000 < 1040 ends it: long before 1000+100.
-  ScriptedClock clock({1000, 1010, 1020, 1030, 1040});
+  // The clock advances 10 ms per retry whatever is slept. Each round first
+  // tests start + remaining against now, then reduces remaining: 100;
+  // 1100 >= 1010, 90; 1090 >= 1020, 70; 1070 >= 1030, 40; 1040 >= 1040, 0;
+  // then 1000 < 1050 ends it, at 1050: long before 1000 + 100.
+  ScriptedClock clock({1000, 1010, 1020, 1030, 1040, 1050});
   busy_.errors = {EAGAIN};
   busy_.forever = true;
   LogCapture log;
   EXPECT_FALSE(client_.Send("PING", 100));
-  EXPECT_EQ(clock.sleeps, (std::vector<unsigned int>{100, 90, 70, 40}));
-  EXPECT_EQ(busy_.calls, 5);
+  EXPECT_EQ(clock.sleeps, (std::vector<unsigned int>{100, 90, 70, 40, 0}));
+  EXPECT_EQ(busy_.calls, 6);
   EXPECT_TRUE(log.records().empty());
 }
 
