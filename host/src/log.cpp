@@ -165,6 +165,7 @@ int logInternal(const char* module, const char* file, const char* function, int 
   record.level = level;
   record.error_number = error_number;
   record.reserved = reserved;
+  record.format = fmt != nullptr ? fmt : "";
   va_list args;
   va_start(args, fmt);
   record.message = qira::host::vformat(fmt, args);

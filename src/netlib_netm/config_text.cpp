@@ -82,26 +82,6 @@ wpa_block_fault append_wpa_block(std::string& block, const std::string& auth,
   return wpa_block_fault::none;
 }
 
-const char* wpa_block_fault_message(wpa_block_fault fault) {
-  switch (fault) {
-    case wpa_block_fault::none:
-      return nullptr;
-    case wpa_block_fault::missing_auth:
-      return "Cannot generate wifi config file: failed to read wifi.wpa.auth";
-    case wpa_block_fault::missing_psk:
-      return "Cannot generate wifi config file: failed to read wifi.wpa.psk";
-    case wpa_block_fault::missing_ident:
-      return "Cannot generate wifi config file: failed to read wifi.wpa.ident";
-    case wpa_block_fault::missing_user:
-      return "Cannot generate wifi config file: failed to read wifi.wpa.user";
-    case wpa_block_fault::missing_pass:
-      return "Cannot generate wifi config file: failed to read wifi.wpa.pass";
-    case wpa_block_fault::unknown_auth:
-      return "Cannot generate wifi config file: unknown auth algorithm";
-  }
-  return nullptr;
-}
-
 std::string station_file_text(const std::string& ssid, const std::string& security_block) {
   return qira::utils::format(
       "ctrl_interface=/var/run/wpa_supplicant\nupdate_config=1\nwowlan_triggers=any\nnetwork={\n"

@@ -45,9 +45,6 @@ wpa_block_fault append_wpa_block(std::string& block, const std::string& auth,
                                  const std::string& psk, const std::string& ident,
                                  const std::string& user, const std::string& pass,
                                  const std::string& bgscan);
-// The message logged for `fault` (null for none). The setting names in these
-// texts ("wifi.wpa.user", "wifi.wpa.pass") are the log's own, not the keys.
-const char* wpa_block_fault_message(wpa_block_fault fault);
 
 // "\t" NAME "=\"" VALUE "\"\n", the value unescaped.
 std::string quoted_line(const std::string& name, const std::string& value);

@@ -120,13 +120,32 @@ bool netlib_netm_configure_wifi_wpa(void* ctx, const std::string& ifname, std::s
     NETLIB_LOG(kLogError, 0, "invalid network interface");
     return false;
   }
-  const netm::wpa_block_fault fault =
-      netm::append_wpa_block(block, auth, psk, ident, user, pass, bgscan);
-  if (fault != netm::wpa_block_fault::none) {
-    NETLIB_LOG(kLogError, 0, "%s", netm::wpa_block_fault_message(fault));
-    return false;
+  // Each text is passed as the format itself, as a host that records raw
+  // formats expects; none holds a conversion. The setting names in them
+  // ("wifi.wpa.user", "wifi.wpa.pass") are the log's own, not the keys.
+  switch (netm::append_wpa_block(block, auth, psk, ident, user, pass, bgscan)) {
+    case netm::wpa_block_fault::none:
+      return true;
+    case netm::wpa_block_fault::missing_auth:
+      NETLIB_LOG(kLogError, 0, "Cannot generate wifi config file: failed to read wifi.wpa.auth");
+      return false;
+    case netm::wpa_block_fault::missing_psk:
+      NETLIB_LOG(kLogError, 0, "Cannot generate wifi config file: failed to read wifi.wpa.psk");
+      return false;
+    case netm::wpa_block_fault::missing_ident:
+      NETLIB_LOG(kLogError, 0, "Cannot generate wifi config file: failed to read wifi.wpa.ident");
+      return false;
+    case netm::wpa_block_fault::missing_user:
+      NETLIB_LOG(kLogError, 0, "Cannot generate wifi config file: failed to read wifi.wpa.user");
+      return false;
+    case netm::wpa_block_fault::missing_pass:
+      NETLIB_LOG(kLogError, 0, "Cannot generate wifi config file: failed to read wifi.wpa.pass");
+      return false;
+    case netm::wpa_block_fault::unknown_auth:
+      NETLIB_LOG(kLogError, 0, "Cannot generate wifi config file: unknown auth algorithm");
+      return false;
   }
-  return true;
+  return false;
 }
 
 }  // namespace qira::network

@@ -109,22 +109,6 @@ INSTANTIATE_TEST_SUITE_P(
                 ""}),
     [](const ::testing::TestParamInfo<WpaCase>& info) { return std::string(info.param.name); });
 
-TEST(WpaBlockFaultMessage, EveryFaultHasItsText) {
-  EXPECT_EQ(wpa_block_fault_message(wpa_block_fault::none), nullptr);
-  EXPECT_STREQ(wpa_block_fault_message(wpa_block_fault::missing_auth),
-               "Cannot generate wifi config file: failed to read wifi.wpa.auth");
-  EXPECT_STREQ(wpa_block_fault_message(wpa_block_fault::missing_psk),
-               "Cannot generate wifi config file: failed to read wifi.wpa.psk");
-  EXPECT_STREQ(wpa_block_fault_message(wpa_block_fault::missing_ident),
-               "Cannot generate wifi config file: failed to read wifi.wpa.ident");
-  EXPECT_STREQ(wpa_block_fault_message(wpa_block_fault::missing_user),
-               "Cannot generate wifi config file: failed to read wifi.wpa.user");
-  EXPECT_STREQ(wpa_block_fault_message(wpa_block_fault::missing_pass),
-               "Cannot generate wifi config file: failed to read wifi.wpa.pass");
-  EXPECT_STREQ(wpa_block_fault_message(wpa_block_fault::unknown_auth),
-               "Cannot generate wifi config file: unknown auth algorithm");
-}
-
 // ---- Station file ----------------------------------------------------------
 
 const std::string kHeader =

@@ -224,6 +224,36 @@ TEST_F(StationFile, WpaWithUnknownAuthFails) {
   expect_lines(log_, {wpa_line("Cannot generate wifi config file: unknown auth algorithm")});
 }
 
+// The WPA block's fault texts hold no conversion and are passed as the format
+// itself, not through "%s": a host that records the raw format of each line
+// (as the reference host's LogRecord::format does) sees the text there.
+TEST_F(StationFile, EveryWpaBlockFaultIsLoggedWithItsTextAsTheFormat) {
+  struct Fault {
+    std::string auth, psk, ident, user, pass, message;
+  };
+  const std::vector<Fault> faults = {
+      {"", "k", "", "", "", "Cannot generate wifi config file: failed to read wifi.wpa.auth"},
+      {"psk", "", "", "", "", "Cannot generate wifi config file: failed to read wifi.wpa.psk"},
+      {"eap", "", "", "u", "p", "Cannot generate wifi config file: failed to read wifi.wpa.ident"},
+      {"eap", "", "i", "", "p", "Cannot generate wifi config file: failed to read wifi.wpa.user"},
+      {"eap", "", "i", "u", "", "Cannot generate wifi config file: failed to read wifi.wpa.pass"},
+      {"wep", "k", "", "", "", "Cannot generate wifi config file: unknown auth algorithm"},
+  };
+  for (const Fault& fault : faults) {
+    SCOPED_TRACE(fault.message);
+    log_.clear();
+    std::string block;
+    EXPECT_FALSE(netlib_netm_configure_wifi_wpa(ctx(), "wlan0", block, fault.auth, fault.psk,
+                                                fault.ident, fault.user, fault.pass, ""));
+    const std::vector<qira::host::LogRecord> records = log_.records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].message, fault.message);
+    EXPECT_EQ(records[0].format, fault.message);
+    EXPECT_EQ(records[0].function, "netlib_netm_configure_wifi_wpa");
+    EXPECT_EQ(records[0].error_number, 0);
+  }
+}
+
 TEST_F(StationFile, OpenFailureOfTheTemporaryFile) {
   write_file("/etc/wlan0.conf", kPrevious);
   // A read-only file system on /tmp: the temporary file cannot be created.

@@ -26,6 +26,7 @@ struct LogRecord {
   int error_number = 0;
   int reserved = 0;
   std::string message;  // the formatted text
+  std::string format;   // the printf format as the caller passed it
 };
 
 using LogSink = std::function<void(const LogRecord&)>;
