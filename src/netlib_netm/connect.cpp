@@ -140,7 +140,8 @@ bool netlib_netm_wireless_disconnect(void* ctx, const std::string& ifname, bool 
     const netm::firmware_switch_result firmware = netm::write_station_firmware_path();
     switch (firmware.result) {
       case netm::firmware_switch_result::open_failed:
-        NETLIB_LOG(kLogError, 0, "Failed to open proc entry '%s'", netm::kFirmwareParameterPath);
+        NETLIB_LOG(kLogError, firmware.error_number, "Failed to open proc entry '%s'",
+                   netm::kFirmwareParameterPath);
         return false;
       case netm::firmware_switch_result::short_write:
         // The message calls the descriptor number an entry, in hexadecimal.

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -34,15 +35,18 @@ constexpr const std::string* kNoWorkingDirectory = nullptr;
 constexpr const __sigset_t* kNoSignalMask = nullptr;
 constexpr int* kNoPid = nullptr;
 
-bool file_exists(const std::string& path) {
-  return access(path.c_str(), F_OK) == 0;
+// Answers 0 when `path` exists, else the errno of the failed access(), which
+// travels with the failure's log line like that of every failed system call.
+int access_error(const std::string& path) {
+  return access(path.c_str(), F_OK) == 0 ? 0 : errno;
 }
 
 }  // namespace
 
 bool net_exec_dnsmasq() {
-  if (!file_exists(netm::kDnsmasqConfPath)) {
-    NETLIB_LOG(kLogError, 0, "Failed to access file \"%s\"", netm::kDnsmasqConfPath.c_str());
+  if (const int error_number = access_error(netm::kDnsmasqConfPath); error_number != 0) {
+    NETLIB_LOG(kLogError, error_number, "Failed to access file \"%s\"",
+               netm::kDnsmasqConfPath.c_str());
     return false;
   }
   // dnsmasq reads "/etc/dnsmasq.conf" as its default configuration, so the
@@ -57,8 +61,9 @@ bool net_exec_dnsmasq() {
 }
 
 bool net_exec_hostapd() {
-  if (!file_exists(netm::kHostapdConfPath)) {
-    NETLIB_LOG(kLogError, 0, "Failed to access file \"%s\"", netm::kHostapdConfPath.c_str());
+  if (const int error_number = access_error(netm::kHostapdConfPath); error_number != 0) {
+    NETLIB_LOG(kLogError, error_number, "Failed to access file \"%s\"",
+               netm::kHostapdConfPath.c_str());
     return false;
   }
   if (qira::utils::runDaemon(kNoWorkingDirectory, kNoSignalMask, kNoPid, kHostapdProgram, 5, "-B",

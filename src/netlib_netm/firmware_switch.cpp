@@ -25,6 +25,8 @@ firmware_switch_result write_station_firmware_path() {
   // Descriptor 0 counts as a failure too, deliberately: the parameter is never
   // expected on standard input's slot. Such a descriptor is not closed.
   if (fd <= 0) {
+    // errno of the failed open; descriptor 0 came from an open that worked.
+    outcome.error_number = fd < 0 ? errno : 0;
     outcome.result = firmware_switch_result::open_failed;
     return outcome;
   }

@@ -16,7 +16,8 @@ struct firmware_switch_result {
   outcome result = open_failed;
   // The descriptor that was written to (short_write: still open).
   int fd = -1;
-  // errno right after the write (short_write only).
+  // errno of the failed open (open_failed; 0 for descriptor 0), or errno
+  // right after the write (short_write).
   int error_number = 0;
 };
 

@@ -1,9 +1,12 @@
 // Connect and disconnect in the three uses of the radio: the exact process
 // calls and their order, the control commands sent to the simulated
 // wpa_supplicant, and the log lines.
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include <optional>
 #include <string>
@@ -55,8 +58,9 @@ class Connect : public NetmTest {
   static ExpectedLine check_line(const std::string& message) {
     return {kConnectFile, "check", 0, message};
   }
-  static ExpectedLine daemon_line(const std::string& function, const std::string& message) {
-    return {kDaemonsFile, function, 0, message};
+  static ExpectedLine daemon_line(const std::string& function, const std::string& message,
+                                  int error_number = 0) {
+    return {kDaemonsFile, function, error_number, message};
   }
   static void write_ap_files() {
     write_file("/etc/dnsmasq.conf", "interface=ap0\n");
@@ -124,12 +128,30 @@ TEST_F(Connect, AccessPointWinsOverVendorTools) {
   expect_lines(log_, {});
 }
 
-TEST_F(Connect, MissingDnsmasqFileStartsNothing) {
+// "Failed to access file" reports a failed access(), a system call, so its
+// errno goes into the errno slot: the module's logging convention passes the
+// current errno wherever a system call failed and 0 only where none did, and
+// nothing about connect says otherwise (only the station file limits errno
+// to its rename failure).
+TEST_F(Connect, MissingDnsmasqFileStartsNothingAndLogsAccessErrno) {
   write_file("/etc/hostapd.conf", "interface=ap0\n");
   EXPECT_FALSE(netlib_netm_wireless_connect(ctx(), "ap0", true, false));
   EXPECT_EQ(process_calls(), Lines{});
-  expect_lines(log_,
-               {daemon_line("net_exec_dnsmasq", "Failed to access file \"/etc/dnsmasq.conf\"")});
+  expect_lines(log_, {daemon_line("net_exec_dnsmasq", "Failed to access file \"/etc/dnsmasq.conf\"",
+                                  ENOENT)});
+}
+
+TEST_F(Connect, DnsmasqFileThatLoopsLogsTheErrnoOfAccess) {
+  // A link to itself: access() answers ELOOP, not ENOENT, so the slot shows
+  // access()'s own answer rather than a fixed value.
+  std::remove("/etc/dnsmasq.conf");
+  ASSERT_EQ(symlink("/etc/dnsmasq.conf", "/etc/dnsmasq.conf"), 0);
+  write_file("/etc/hostapd.conf", "interface=ap0\n");
+  EXPECT_FALSE(netlib_netm_wireless_connect(ctx(), "ap0", true, false));
+  EXPECT_EQ(process_calls(), Lines{});
+  expect_lines(log_, {daemon_line("net_exec_dnsmasq", "Failed to access file \"/etc/dnsmasq.conf\"",
+                                  ELOOP)});
+  std::remove("/etc/dnsmasq.conf");
 }
 
 TEST_F(Connect, DnsmasqThatDoesNotStartStopsTheSequence) {
@@ -144,8 +166,8 @@ TEST_F(Connect, MissingHostapdFileFailsAfterDnsmasqWasStartedAndLeavesIt) {
   write_file("/etc/dnsmasq.conf", "interface=ap0\n");
   EXPECT_FALSE(netlib_netm_wireless_connect(ctx(), "ap0", true, false));
   EXPECT_EQ(process_calls(), Lines{kDnsmasq});
-  expect_lines(log_,
-               {daemon_line("net_exec_hostapd", "Failed to access file \"/etc/hostapd.conf\"")});
+  expect_lines(log_, {daemon_line("net_exec_hostapd", "Failed to access file \"/etc/hostapd.conf\"",
+                                  ENOENT)});
 }
 
 TEST_F(Connect, HostapdThatDoesNotStartFailsWithoutStoppingLighttpd) {

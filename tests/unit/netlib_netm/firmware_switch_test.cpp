@@ -164,21 +164,27 @@ TEST_F(FirmwareSwitch, Wlan0ThatCannotBeTakenDownLeavesTheFirmwareAlone) {
   expect_lines(log_, {line("Failed to change interface \"wlan0\" state")});
 }
 
-TEST_F(FirmwareSwitch, MissingParameterFolderFailsTheOpen) {
+// "Failed to open proc entry" reports a failed open(), a system call, so the
+// open's errno goes into the errno slot, as the module's logging convention
+// has it for every failed system call; the one case where no call failed
+// (descriptor 0, refused by the module itself) passes 0.
+TEST_F(FirmwareSwitch, MissingParameterFolderFailsTheOpenWithItsErrno) {
   remove_path(kParameters);
   EXPECT_FALSE(disconnect());
   EXPECT_EQ(process_calls(), kStops);
   EXPECT_EQ(netlib_calls(), kWlan0Down);
   expect_lines(log_, {line("Failed to open proc entry "
-                           "'/sys/module/bcmdhd/parameters/firmware_path'")});
+                           "'/sys/module/bcmdhd/parameters/firmware_path'",
+                           ENOENT)});
 }
 
-TEST_F(FirmwareSwitch, ReadOnlyParameterFolderFailsTheOpen) {
+TEST_F(FirmwareSwitch, ReadOnlyParameterFolderFailsTheOpenWithItsErrno) {
   ScopedMount read_only(kParameters, MS_RDONLY, "size=64k");
   ASSERT_TRUE(read_only.mounted());
   EXPECT_FALSE(disconnect());
   expect_lines(log_, {line("Failed to open proc entry "
-                           "'/sys/module/bcmdhd/parameters/firmware_path'")});
+                           "'/sys/module/bcmdhd/parameters/firmware_path'",
+                           EROFS)});
 }
 
 TEST_F(FirmwareSwitch, DescriptorZeroCountsAsAFailedOpenAndIsNotClosed) {
@@ -192,8 +198,10 @@ TEST_F(FirmwareSwitch, DescriptorZeroCountsAsAFailedOpenAndIsNotClosed) {
   EXPECT_FALSE(result);
   EXPECT_EQ(zero_target, kParameter);
   EXPECT_EQ(read_file(kParameter), "");
+  // The open worked: no system call failed, so errno 0.
   expect_lines(log_, {line("Failed to open proc entry "
-                           "'/sys/module/bcmdhd/parameters/firmware_path'")});
+                           "'/sys/module/bcmdhd/parameters/firmware_path'",
+                           0)});
 }
 
 TEST_F(FirmwareSwitch, FiftyBytesWrittenIsAFailureAndTheDescriptorStaysOpen) {

@@ -31,8 +31,9 @@ class Recovery : public NetmTest {
   static ExpectedLine recovery_line(const std::string& message) {
     return {kRecoveryFile, "netlib_netm_recover_scan_ap", 0, message};
   }
-  static ExpectedLine daemon_line(const std::string& function, const std::string& message) {
-    return {kDaemonsFile, function, 0, message};
+  static ExpectedLine daemon_line(const std::string& function, const std::string& message,
+                                  int error_number = 0) {
+    return {kDaemonsFile, function, error_number, message};
   }
 };
 
@@ -53,9 +54,9 @@ TEST_F(Recovery, AccessPointStopsAndRestartsHostapd) {
 TEST_F(Recovery, AccessPointWithoutConfigurationLeavesHostapdStopped) {
   EXPECT_FALSE(netlib_netm_recover_scan_ap(ctx(), "ap0", true));
   EXPECT_EQ(process_calls(), Lines{"signal 15 hostapd"});
-  expect_lines(log_,
-               {daemon_line("net_exec_hostapd", "Failed to access file \"/etc/hostapd.conf\""),
-                recovery_line("Failed to restart hostapd")});
+  expect_lines(
+      log_, {daemon_line("net_exec_hostapd", "Failed to access file \"/etc/hostapd.conf\"", ENOENT),
+             recovery_line("Failed to restart hostapd")});
 }
 
 TEST_F(Recovery, HostapdThatDoesNotStartIsReported) {

@@ -302,7 +302,7 @@ TEST_F(ScanResults, FailedHostapdRestartIsWarnedAndResultsDelivered) {
   EXPECT_EQ(out.size(), 1u);
   expect_lines(log, {kRecoverLine,
                      {"src/netlib_netm/daemons.cpp", "net_exec_hostapd", kError,
-                      "Failed to access file \"/etc/hostapd.conf\""},
+                      "Failed to access file \"/etc/hostapd.conf\"", ENOENT},
                      {"src/netlib_netm/recovery.cpp", "netlib_netm_recover_scan_ap", kError,
                       "Failed to restart hostapd"},
                      kRecoverFailedLine});

@@ -38,9 +38,10 @@ struct Line {
   std::string function;
   int level;
   std::string message;
+  int error_number = 0;
 };
 
-// Exactly these lines (module, errno 0), in this order.
+// Exactly these lines (module, errno as given, 0 by default), in this order.
 inline void expect_lines(const qira::host::LogCapture& log, const std::vector<Line>& expected) {
   const std::vector<qira::host::LogRecord> records = log.records();
   ASSERT_EQ(records.size(), expected.size()) << ::testing::PrintToString(log.messages());
@@ -50,7 +51,7 @@ inline void expect_lines(const qira::host::LogCapture& log, const std::vector<Li
     EXPECT_EQ(records[i].file, expected[i].file);
     EXPECT_EQ(records[i].function, expected[i].function);
     EXPECT_EQ(records[i].level, expected[i].level);
-    EXPECT_EQ(records[i].error_number, 0);
+    EXPECT_EQ(records[i].error_number, expected[i].error_number);
     EXPECT_EQ(records[i].message, expected[i].message);
   }
 }
