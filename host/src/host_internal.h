@@ -23,6 +23,8 @@ LogSink exchange_log_sink(LogSink sink);
 bool copy_identity_record(qira::variant::Variant& out);
 // The installed NetlibRecorder, or null when the wired functions act.
 NetlibRecorder* current_netlib_recorder();
+// The installed KeyPathRecorder, or null.
+KeyPathRecorder* current_key_path_recorder();
 
 // Owns one descriptor; closes it on destruction.
 class unique_fd {

@@ -1,10 +1,49 @@
 // Variant: storage, assignment, conversions, containers and key paths.
 #include "qira/variant/variant.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <utility>
+
+#include "host_internal.h"
+
+namespace qira::host {
+
+namespace {
+
+std::atomic<KeyPathRecorder*> installed_key_path_recorder{nullptr};
+
+}  // namespace
+
+KeyPathRecorder* internal::current_key_path_recorder() {
+  return installed_key_path_recorder.load();
+}
+
+KeyPathRecorder::KeyPathRecorder() : previous_(installed_key_path_recorder.exchange(this)) {}
+
+KeyPathRecorder::~KeyPathRecorder() {
+  installed_key_path_recorder.store(previous_);
+}
+
+void KeyPathRecorder::record(const qira::variant::Variant* value, const char* path) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  reads_.push_back({value, path != nullptr ? path : ""});
+}
+
+std::vector<std::string> KeyPathRecorder::paths_of(const qira::variant::Variant* value) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<std::string> paths;
+  for (const KeyPathRead& read : reads_) {
+    if (read.value == value) {
+      paths.push_back(read.path);
+    }
+  }
+  return paths;
+}
+
+}  // namespace qira::host
 
 namespace qira::variant {
 
@@ -278,6 +317,9 @@ double Variant::AsDouble() const {
 }
 
 const Variant* Variant::GetKeyChain(VariantType type, const char* path, bool same_kind) const {
+  if (qira::host::KeyPathRecorder* recorder = qira::host::internal::current_key_path_recorder()) {
+    recorder->record(this, path);
+  }
   if (path == nullptr) {
     return nullptr;
   }

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <map>
+#include <mutex>
 #include <new>
 #include <type_traits>
 
@@ -45,7 +47,68 @@ Function next_symbol(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+// What the live LibnlObjectLedger follows: each object's reference count.
+struct ObjectBook {
+  std::mutex mutex;
+  std::map<const void*, int> references[LibnlObjectLedger::kKindCount];
+  int allocated[LibnlObjectLedger::kKindCount] = {};
+  int released[LibnlObjectLedger::kKindCount] = {};
+};
+
+ObjectBook book;
+std::atomic<bool> following{false};
+
+void note_allocated(LibnlObjectLedger::Kind kind, const void* object) {
+  if (object == nullptr || !following.load()) {
+    return;
+  }
+  std::lock_guard<std::mutex> lock(book.mutex);
+  book.references[kind][object] = 1;
+  ++book.allocated[kind];
+}
+
+void note_reference(LibnlObjectLedger::Kind kind, const void* object, int change) {
+  if (!following.load()) {
+    return;
+  }
+  std::lock_guard<std::mutex> lock(book.mutex);
+  auto found = book.references[kind].find(object);
+  if (found == book.references[kind].end()) {
+    return;
+  }
+  found->second += change;
+  if (found->second <= 0) {
+    // libnl frees the object here; its address may come back later.
+    book.references[kind].erase(found);
+    ++book.released[kind];
+  }
+}
+
 }  // namespace
+
+LibnlObjectLedger::LibnlObjectLedger() {
+  std::lock_guard<std::mutex> lock(book.mutex);
+  for (int kind = 0; kind < kKindCount; ++kind) {
+    book.references[kind].clear();
+    book.allocated[kind] = 0;
+    book.released[kind] = 0;
+  }
+  following = true;
+}
+
+LibnlObjectLedger::~LibnlObjectLedger() {
+  following = false;
+}
+
+int LibnlObjectLedger::allocated(Kind kind) const {
+  std::lock_guard<std::mutex> lock(book.mutex);
+  return book.allocated[kind];
+}
+
+int LibnlObjectLedger::released(Kind kind) const {
+  std::lock_guard<std::mutex> lock(book.mutex);
+  return book.released[kind];
+}
 
 AllocationFaults::AllocationFaults() {
   for (FaultPlan& plan : plans) {
@@ -90,6 +153,9 @@ bool AllocationFaults::effective(Function function) {
 }  // namespace qira::test
 
 using qira::test::AllocationFaults;
+using qira::test::LibnlObjectLedger;
+using qira::test::note_allocated;
+using qira::test::note_reference;
 using qira::test::take_failure;
 
 extern "C" {
@@ -101,12 +167,46 @@ nl_sock* nl_socket_alloc(void) {
 
 nl_cb* nl_cb_alloc(enum nl_cb_kind kind) {
   static const auto next = qira::test::next_symbol<nl_cb* (*)(enum nl_cb_kind)>("nl_cb_alloc");
-  return take_failure(AllocationFaults::kNlCbAlloc) ? nullptr : next(kind);
+  if (take_failure(AllocationFaults::kNlCbAlloc)) {
+    return nullptr;
+  }
+  nl_cb* cb = next(kind);
+  note_allocated(LibnlObjectLedger::kCallbackSet, cb);
+  return cb;
+}
+
+nl_cb* nl_cb_get(nl_cb* cb) {
+  static const auto next = qira::test::next_symbol<nl_cb* (*)(nl_cb*)>("nl_cb_get");
+  note_reference(LibnlObjectLedger::kCallbackSet, cb, +1);
+  return next(cb);
+}
+
+void nl_cb_put(nl_cb* cb) {
+  static const auto next = qira::test::next_symbol<void (*)(nl_cb*)>("nl_cb_put");
+  note_reference(LibnlObjectLedger::kCallbackSet, cb, -1);
+  next(cb);
 }
 
 nl_msg* nlmsg_alloc(void) {
   static const auto next = qira::test::next_symbol<nl_msg* (*)(void)>("nlmsg_alloc");
-  return take_failure(AllocationFaults::kNlmsgAlloc) ? nullptr : next();
+  if (take_failure(AllocationFaults::kNlmsgAlloc)) {
+    return nullptr;
+  }
+  nl_msg* msg = next();
+  note_allocated(LibnlObjectLedger::kMessage, msg);
+  return msg;
+}
+
+void nlmsg_get(nl_msg* msg) {
+  static const auto next = qira::test::next_symbol<void (*)(nl_msg*)>("nlmsg_get");
+  note_reference(LibnlObjectLedger::kMessage, msg, +1);
+  next(msg);
+}
+
+void nlmsg_free(nl_msg* msg) {
+  static const auto next = qira::test::next_symbol<void (*)(nl_msg*)>("nlmsg_free");
+  note_reference(LibnlObjectLedger::kMessage, msg, -1);
+  next(msg);
 }
 
 }  // extern "C"

@@ -39,6 +39,26 @@ class AllocationFaults {
   static bool effective(Function function);
 };
 
+// The libnl messages and callback sets allocated while it lives, followed
+// through their reference counts (nlmsg_alloc, nlmsg_get, nlmsg_free;
+// nl_cb_alloc, nl_cb_get, nl_cb_put), whoever makes the calls: what a call
+// under test allocated and whether it released all of it again. Objects
+// allocated before it was made are not followed. One at a time.
+class LibnlObjectLedger {
+ public:
+  enum Kind { kMessage, kCallbackSet, kKindCount };
+
+  LibnlObjectLedger();
+  ~LibnlObjectLedger();
+  LibnlObjectLedger(const LibnlObjectLedger&) = delete;
+  LibnlObjectLedger& operator=(const LibnlObjectLedger&) = delete;
+
+  // Objects of `kind` allocated so far.
+  int allocated(Kind kind) const;
+  // Of those, how many have had their last reference dropped (freed).
+  int released(Kind kind) const;
+};
+
 }  // namespace qira::test
 
 #endif  // QIRA_TESTS_SUPPORT_ALLOC_FAULTS_H

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "qira/network/nl_helpers.h"
+#include "support/alloc_faults.h"
 #include "support/nl80211_sim.h"
 
 namespace qira::test {
@@ -141,7 +142,16 @@ TEST_F(MulticastId, AsksTheControllerForNlctrlThenForTheFamily) {
 }
 
 TEST_F(MulticastId, AGroupTheFamilyDoesNotAdvertiseIsMinusTwo) {
+  // Every message and callback set allocated during the lookup (its own and
+  // libnl's, followed through their references) is released by its end.
+  LibnlObjectLedger objects;
   EXPECT_EQ(nl_get_multicast_id(sock_.get(), "nl80211", "nosuchgroup"), -2);
+  EXPECT_GE(objects.allocated(LibnlObjectLedger::kMessage), 1);
+  EXPECT_GE(objects.allocated(LibnlObjectLedger::kCallbackSet), 1);
+  EXPECT_EQ(objects.released(LibnlObjectLedger::kMessage),
+            objects.allocated(LibnlObjectLedger::kMessage));
+  EXPECT_EQ(objects.released(LibnlObjectLedger::kCallbackSet),
+            objects.allocated(LibnlObjectLedger::kCallbackSet));
   // The exchange ended with the acknowledgement: nothing is left to read.
   ASSERT_EQ(nl_socket_set_nonblocking(sock_.get()), 0);
   EXPECT_EQ(nl_recvmsgs_default(sock_.get()), -NLE_AGAIN);

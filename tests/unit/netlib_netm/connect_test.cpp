@@ -288,6 +288,28 @@ TEST_F(Connect, DisconnectStationSilentDaemonFailsWithAnEmptyReply) {
                                   "Failed to perform wpactrl action \"DISCONNECT\": ")});
 }
 
+// An empty datagram is a reply (Request returns true at once), but not one
+// that begins with "OK": failure, with the empty reply quoted.
+TEST_F(Connect, DisconnectStationEmptyDatagramReplyFails) {
+  WpaSupplicantSim daemon("wlan0");
+  daemon.reply("DISCONNECT", "");
+  EXPECT_FALSE(netlib_netm_wireless_disconnect(ctx(), "wlan0", false, false));
+  EXPECT_EQ(daemon.requests(), Lines{"DISCONNECT"});
+  expect_lines(log_, {daemon_line("net_exec_wpactrl_cmd",
+                                  "Failed to perform wpactrl action \"DISCONNECT\": ")});
+}
+
+// A reply shorter than "OK" that begins like it: the two-character prefix
+// test fails on the missing "K".
+TEST_F(Connect, DisconnectStationReplyOfOnlyOFails) {
+  WpaSupplicantSim daemon("wlan0");
+  daemon.reply("DISCONNECT", "O");
+  EXPECT_FALSE(netlib_netm_wireless_disconnect(ctx(), "wlan0", false, false));
+  EXPECT_EQ(daemon.requests(), Lines{"DISCONNECT"});
+  expect_lines(log_, {daemon_line("net_exec_wpactrl_cmd",
+                                  "Failed to perform wpactrl action \"DISCONNECT\": O")});
+}
+
 // ---- Disconnect: access point on boards other than bcmdhd ---------------------------
 
 TEST_F(Connect, DisconnectAccessPointStopsDaemonsAndDeletesTheInterface) {

@@ -161,8 +161,33 @@ TEST_F(ScanTrigger, KernelRefusalOfAForeignScanReadsAsNothingWaiting) {
 }
 
 TEST_F(ScanTrigger, TriggerAfterAFinishedScanStartsANewOneAndResetsTheFlags) {
+  run_scan({generated_bss(1)});
+  // Finished normally: acknowledged and finished, not aborted.
+  ASSERT_EQ(state()->scan_acked, 1);
+  ASSERT_EQ(state()->scan_finished, 1);
+  ASSERT_EQ(state()->scan_aborted, 0);
+  LogCapture log;
+  bool in_progress = true;
+  ASSERT_TRUE(trigger(in_progress));
+  EXPECT_FALSE(in_progress);
+  EXPECT_EQ(state()->scan_acked, 0);
+  EXPECT_EQ(state()->scan_finished, 0);
+  EXPECT_EQ(state()->scan_aborted, 0);
+  EXPECT_EQ(kernel_.triggers().size(), 2u);
+  expect_lines(log, {trigger_line(kDebug, "Scan was triggered. Waiting ack")});
+  // The new scan runs to its end like the first.
+  kernel_.announce_trigger(ifindex_);
+  kernel_.finish_scan(ifindex_);
+  ASSERT_TRUE(service_until([this] { return state()->scan_finished == 1; }));
+  EXPECT_EQ(state()->scan_acked, 1);
+  EXPECT_EQ(kernel_.dumps().size(), 2u);
+}
+
+TEST_F(ScanTrigger, TriggerAfterAnAbortedScanStartsANewOneAndResetsTheFlags) {
   run_scan({generated_bss(1)}, true);
-  EXPECT_EQ(state()->scan_aborted, 1);
+  ASSERT_EQ(state()->scan_acked, 1);
+  ASSERT_EQ(state()->scan_finished, 1);
+  ASSERT_EQ(state()->scan_aborted, 1);
   bool in_progress = true;
   ASSERT_TRUE(trigger(in_progress));
   EXPECT_FALSE(in_progress);

@@ -208,6 +208,35 @@ void set_identity_record(const qira::variant::Variant& record);
 // Back to the identity file.
 void clear_identity_record();
 
+// ---- Configuration reads ---------------------------------------------------
+
+// One Variant::GetKeyChain call: the value asked and the key path.
+struct KeyPathRead {
+  const qira::variant::Variant* value = nullptr;
+  std::string path;
+};
+
+// Records every Variant::GetKeyChain call while it lives, in order: what the
+// module reads of a configuration it is handed. Installs itself; restores the
+// previous recorder when destroyed.
+class KeyPathRecorder {
+ public:
+  KeyPathRecorder();
+  ~KeyPathRecorder();
+  KeyPathRecorder(const KeyPathRecorder&) = delete;
+  KeyPathRecorder& operator=(const KeyPathRecorder&) = delete;
+
+  // Called by GetKeyChain.
+  void record(const qira::variant::Variant* value, const char* path);
+  // The paths asked of `value`, in order.
+  std::vector<std::string> paths_of(const qira::variant::Variant* value) const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<KeyPathRead> reads_;
+  KeyPathRecorder* previous_;
+};
+
 // ---- Crash -----------------------------------------------------------------
 
 // Called by forceCrash() before the process ends (default: none).
