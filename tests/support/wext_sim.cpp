@@ -90,7 +90,7 @@ int answer_range(const WextInterfaceModel& model, iw_point& point, unsigned char
   range.we_version_source = 21;
   const std::size_t count =
       std::min<std::size_t>(model.range_frequencies.size(), IW_MAX_FREQUENCIES);
-  range.num_frequency = static_cast<std::uint8_t>(count);
+  range.num_frequency = model.range_count_stated.value_or(static_cast<std::uint8_t>(count));
   range.num_channels = static_cast<std::uint16_t>(count);
   std::copy_n(model.range_frequencies.begin(), count, range.freq);
   range.max_qual.qual = model.max_quality;

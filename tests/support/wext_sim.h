@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,11 +23,14 @@ struct WextInterfaceModel {
   std::array<std::uint8_t, 6> bssid{};     // SIOCGIWAP
   iw_freq freq{};                          // SIOCGIWFREQ
   std::vector<iw_freq> range_frequencies;  // SIOCGIWRANGE freq[] (num_frequency = size)
-  std::uint8_t max_quality = 0;            // SIOCGIWRANGE max_qual.qual
-  std::int32_t bitrate = 0;                // SIOCGIWRATE value, bit/s
-  std::int32_t txpower = 0;                // SIOCGIWTXPOW value
-  iw_quality quality{};                    // SIOCGIWSTATS qual
-  std::uint32_t mode = 0;                  // SIOCGIWMODE
+  // SIOCGIWRANGE num_frequency as a faulty driver may state it, above the
+  // table's 32 entries; unset: the table's size.
+  std::optional<std::uint8_t> range_count_stated;
+  std::uint8_t max_quality = 0;  // SIOCGIWRANGE max_qual.qual
+  std::int32_t bitrate = 0;      // SIOCGIWRATE value, bit/s
+  std::int32_t txpower = 0;      // SIOCGIWTXPOW value
+  iw_quality quality{};          // SIOCGIWSTATS qual
+  std::uint32_t mode = 0;        // SIOCGIWMODE
 };
 
 // One wireless-extension request as the driver saw it.

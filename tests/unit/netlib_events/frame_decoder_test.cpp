@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -13,11 +15,19 @@ namespace {
 
 using qira::variant::Variant;
 
-// An nl80211 frame attribute holding `frame`, kept alive with its bytes.
+// An nl80211 frame attribute holding `frame`, kept alive with its bytes. The
+// bytes are an allocation of exactly the attribute's length, without the
+// padding a message would add after it, so that a read past the frame's end
+// leaves the allocation (which an AddressSanitizer build reports).
 class FrameAttribute {
  public:
-  explicit FrameAttribute(const std::vector<std::uint8_t>& frame) {
-    qira::test::append_attribute(bytes_, qira::test::attr_bytes(NL80211_ATTR_FRAME, frame));
+  explicit FrameAttribute(const std::vector<std::uint8_t>& frame)
+      : bytes_(NLA_HDRLEN + frame.size()) {
+    nlattr header{};
+    header.nla_len = static_cast<std::uint16_t>(NLA_HDRLEN + frame.size());
+    header.nla_type = NL80211_ATTR_FRAME;
+    std::memcpy(bytes_.data(), &header, sizeof header);
+    std::copy(frame.begin(), frame.end(), bytes_.begin() + NLA_HDRLEN);
   }
   nlattr* get() { return reinterpret_cast<nlattr*>(bytes_.data()); }
 
@@ -124,7 +134,9 @@ TEST(ParseFrame, ProbeResponseGivesOnlyTheAddresses) {
 }
 
 // A frame long enough to be decoded but too short for its status field:
-// nothing is read past the attribute, and no status key appears.
+// nothing is read past the attribute, and no status key appears. Stricter
+// than a decoder whose only length test is the 26-byte one, which would read
+// the status past the end of such a frame (see FrameAttribute).
 TEST(ParseFrame, ResponseOfTwentySixOrTwentySevenBytesHasNoStatus) {
   EXPECT_EQ(decode(frame(0x10, 26)), expected_addresses());
   EXPECT_EQ(decode(frame(0x30, 27)), expected_addresses());

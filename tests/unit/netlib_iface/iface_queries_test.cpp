@@ -194,6 +194,38 @@ TEST_F(IfaceQuery, FreqOfChannelMissingFromTheRangeIsTrueAndUntouched) {
   EXPECT_TRUE(log_.records().empty());
 }
 
+// The walk over the range table stops after its 32 entries whatever count
+// the driver states (up to 255): a stricter rule than walking num_frequency
+// entries, which would read past the table (and past the 568-byte record;
+// an AddressSanitizer build stops at the first such read). Here no entry
+// matches: true, untouched.
+TEST_F(IfaceQuery, FreqWalksAtMostTheRangeTablesThirtyTwoEntries) {
+  wlan0().freq = make_freq(6, 0);
+  wlan0().range_frequencies.clear();
+  for (int entry = 0; entry < IW_MAX_FREQUENCIES; ++entry) {
+    // Channel indexes 100 to 131: none is 6.
+    wlan0().range_frequencies.push_back(make_freq(5000 + 5 * entry, 6, 100 + entry));
+  }
+  wlan0().range_count_stated = 255;
+  int freq = kSentinel;
+  EXPECT_TRUE(netlib_iface_iw_get_freq(ctx(), "wlan0", freq));
+  EXPECT_EQ(freq, kSentinel);
+  expect_requests({SIOCGIWFREQ, SIOCGIWRANGE});
+  EXPECT_TRUE(log_.records().empty());
+}
+
+TEST_F(IfaceQuery, FreqFindsTheLastOfThirtyTwoEntriesWhenMoreAreStated) {
+  wlan0().freq = make_freq(131, 0);
+  wlan0().range_frequencies.clear();
+  for (int entry = 0; entry < IW_MAX_FREQUENCIES; ++entry) {
+    wlan0().range_frequencies.push_back(make_freq(5000 + 5 * entry, 6, 100 + entry));
+  }
+  wlan0().range_count_stated = 255;
+  int freq = kSentinel;
+  EXPECT_TRUE(netlib_iface_iw_get_freq(ctx(), "wlan0", freq));
+  EXPECT_EQ(freq, 5155);
+}
+
 TEST_F(IfaceQuery, FreqWithNoRangeFrequenciesIsTrueAndUntouched) {
   wlan0().freq = make_freq(6, 0);
   wlan0().range_frequencies = {};
