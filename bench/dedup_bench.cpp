@@ -18,6 +18,7 @@
 #include "support/alloc_counter.h"
 #include "support/bench_checks.h"
 #include "support/bss_message.h"
+#include "support/measurement.h"
 
 namespace qira::bench {
 namespace {
@@ -43,7 +44,7 @@ void dedup_benchmark(benchmark::State& state) {
   std::vector<std::uint16_t> counts(kBatch, 0);
   std::uint64_t nodes_in = 0;
   std::uint64_t nodes_out = 0;
-  const AllocationCount before = allocations();
+  const Measurement measurement;
   for (auto _ : state) {
     state.PauseTiming();
     for (std::size_t i = 0; i < lists.size(); ++i) {
@@ -74,20 +75,20 @@ void dedup_benchmark(benchmark::State& state) {
     state.ResumeTiming();
     if (!as_expected) {
       fail(state, "a list of " + std::to_string(entries) + " entries was not halved");
-      break;
+      return;
     }
   }
-  const AllocationCount after = allocations();
   const double list_count = static_cast<double>(state.iterations()) * kBatch;
   state.SetItemsProcessed(static_cast<std::int64_t>(nodes_in));
   state.counters["per_list"] =
       benchmark::Counter(list_count, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
   state.counters["nodes_in"] = static_cast<double>(nodes_in) / list_count;
   state.counters["nodes_out"] = static_cast<double>(nodes_out) / list_count;
-  state.counters["allocs"] = static_cast<double>(after.calls - before.calls) / list_count;
+  // Instructions and allocations per list; "allocs" is per batch.
+  measurement.finish(state, "dedup/bss:" + std::to_string(entries), kBatch);
 }
 
-BENCHMARK(dedup_benchmark)->ArgName("bss")->Arg(1)->Arg(10)->Arg(100)->Arg(150);
+BENCHMARK(dedup_benchmark)->Apply(table_sizes)->Apply(fixed_iterations);
 
 }  // namespace
 }  // namespace qira::bench

@@ -20,6 +20,7 @@
 #include "support/accounted_kernel.h"
 #include "support/alloc_counter.h"
 #include "support/bench_checks.h"
+#include "support/measurement.h"
 #include "support/scan_kernel.h"
 
 namespace qira::bench {
@@ -83,9 +84,8 @@ void scan_benchmark(benchmark::State& state) {
   }
 
   const std::uint64_t lines_before = log.lines();
-  const AllocationCount before = allocations();
-  const std::uint64_t dispatches_before = kernel.dispatch_allocations();
   const double simulation_before = kernel.simulation_seconds();
+  const Measurement measurement;
   for (auto _ : state) {
     std::vector<ap_info> out;
     long records = 0;
@@ -96,27 +96,24 @@ void scan_benchmark(benchmark::State& state) {
     if (records != expected) {
       fail(state,
            "a scan gave " + std::to_string(records) + " records, not " + std::to_string(expected));
-      break;
+      return;
     }
   }
-  const AllocationCount after = allocations();
-  const std::uint64_t dispatches = kernel.dispatch_allocations() - dispatches_before;
   const double simulation_us = (kernel.simulation_seconds() - simulation_before) * 1e6;
   if (!log.check(state)) {
     return;
   }
   state.SetItemsProcessed(state.iterations() * entries);
   state.counters["aps"] = static_cast<double>(expected);
-  state.counters["allocs"] =
-      benchmark::Counter(static_cast<double>(after.calls - before.calls - dispatches),
-                         benchmark::Counter::kAvgIterations);
   state.counters["sim_us"] = benchmark::Counter(simulation_us, benchmark::Counter::kAvgIterations);
   // The module's debug lines, each formatted by the host's logger.
   state.counters["log_lines"] = benchmark::Counter(static_cast<double>(log.lines() - lines_before),
                                                    benchmark::Counter::kAvgIterations);
+  // Instructions and allocations per BSS of the dump.
+  measurement.finish(state, "scan/bss:" + std::to_string(entries), entries);
 }
 
-BENCHMARK(scan_benchmark)->ArgName("bss")->Arg(1)->Arg(10)->Arg(100)->Arg(150);
+BENCHMARK(scan_benchmark)->Apply(table_sizes)->Apply(fixed_iterations);
 
 }  // namespace
 }  // namespace qira::bench

@@ -2,6 +2,8 @@
 #ifndef QIRA_BENCH_SCAN_TABLE_H
 #define QIRA_BENCH_SCAN_TABLE_H
 
+#include <benchmark/benchmark.h>
+
 #include <array>
 #include <cstdint>
 #include <string>
@@ -34,6 +36,12 @@ inline qira::test::BssAttributes generated_bss(int n) {
   bss.ies = join({ssid_element(ssid), rates, channel_element, rsn});
   bss.beacon_ies = join({ssid_element(ssid), rates, channel_element, rsn});
   return bss;
+}
+
+// For ->Apply(): the table sizes every scan benchmark runs, as its argument
+// "bss". A dump of 150 BSSes overflows the list, which keeps 100 nodes.
+inline void table_sizes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgName("bss")->Arg(1)->Arg(10)->Arg(100)->Arg(150);
 }
 
 inline std::vector<qira::test::BssAttributes> generated_table(int size) {

@@ -12,6 +12,7 @@
 #include "qira/network/wpa_client.h"
 #include "support/alloc_counter.h"
 #include "support/bench_checks.h"
+#include "support/measurement.h"
 #include "support/wpa_supplicant_sim.h"
 
 namespace qira::bench {
@@ -42,13 +43,6 @@ struct EventCount {
   }
 };
 
-void set_counters(benchmark::State& state, const AllocationCount& before,
-                  const AllocationCount& after) {
-  state.SetItemsProcessed(state.iterations());
-  state.counters["allocs"] = benchmark::Counter(static_cast<double>(after.calls - before.calls),
-                                                benchmark::Counter::kAvgIterations);
-}
-
 void ping_benchmark(benchmark::State& state) {
   WpaSupplicantSim daemon(kInterface);
   WpaClient client;
@@ -58,7 +52,7 @@ void ping_benchmark(benchmark::State& state) {
     return;
   }
   std::string reply;
-  const AllocationCount before = allocations();
+  const Measurement measurement;
   for (auto _ : state) {
     bool answered = false;
     {
@@ -67,13 +61,13 @@ void ping_benchmark(benchmark::State& state) {
     }
     if (!answered || reply != "PONG\n") {
       fail(state, "PING was answered with \"" + reply + "\"");
-      break;
+      return;
     }
   }
-  const AllocationCount after = allocations();
   client.Close();
   if (log.check(state)) {
-    set_counters(state, before, after);
+    state.SetItemsProcessed(state.iterations());
+    measurement.finish(state, "wpa_client/ping");
   }
 }
 
@@ -90,7 +84,7 @@ void event_then_reply_benchmark(benchmark::State& state) {
   answer.events_before = {kConnected};
   answer.reply = kStatus;
   std::string reply;
-  const AllocationCount before = allocations();
+  const Measurement measurement;
   for (auto _ : state) {
     // The daemon's script for this request (its own work, not counted).
     daemon.script("STATUS", answer);
@@ -101,10 +95,9 @@ void event_then_reply_benchmark(benchmark::State& state) {
     }
     if (!answered || reply != kStatus) {
       fail(state, "STATUS was answered with \"" + reply + "\"");
-      break;
+      return;
     }
   }
-  const AllocationCount after = allocations();
   client.Close();
   if (!log.check(state)) {
     return;
@@ -115,11 +108,12 @@ void event_then_reply_benchmark(benchmark::State& state) {
                     std::to_string(state.iterations()) + " requests");
     return;
   }
-  set_counters(state, before, after);
+  state.SetItemsProcessed(state.iterations());
+  measurement.finish(state, "wpa_client/event_then_reply");
 }
 
-BENCHMARK(ping_benchmark);
-BENCHMARK(event_then_reply_benchmark);
+BENCHMARK(ping_benchmark)->Apply(fixed_iterations);
+BENCHMARK(event_then_reply_benchmark)->Apply(fixed_iterations);
 
 }  // namespace
 }  // namespace qira::bench

@@ -1,7 +1,5 @@
 #include "support/alloc_counter.h"
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
@@ -17,10 +15,6 @@ void* __libc_realloc(void* pointer, std::size_t size);
 namespace qira::bench {
 namespace {
 
-// The thread being counted, as pthread_self() gives it; 0 when none. A
-// thread-local flag would do the same, but reaching a shared library's
-// thread-local storage may itself allocate.
-std::atomic<unsigned long> counted_thread{0};
 std::atomic<std::uint64_t> counted_calls{0};
 std::atomic<std::uint64_t> counted_bytes{0};
 
@@ -28,7 +22,7 @@ std::atomic<std::uint64_t> counted_bytes{0};
 
 // Called by the allocation functions below, outside this namespace.
 void note_allocation(std::size_t bytes) {
-  if (counting()) {
+  if (detail::counted_here) {
     counted_calls.fetch_add(1, std::memory_order_relaxed);
     counted_bytes.fetch_add(bytes, std::memory_order_relaxed);
   }
@@ -41,31 +35,16 @@ AllocationCount allocations() {
   return count;
 }
 
-bool counting() {
-  const unsigned long thread = counted_thread.load(std::memory_order_relaxed);
-  return thread != 0 && thread == static_cast<unsigned long>(pthread_self());
-}
-
+// The collection switch is flipped last on entry and first on exit, so that
+// the region's own bookkeeping stays out of the count.
 CountedRegion::CountedRegion() {
-  counted_thread.store(static_cast<unsigned long>(pthread_self()));
+  detail::counted_here = true;
+  CALLGRIND_TOGGLE_COLLECT;
 }
 
 CountedRegion::~CountedRegion() {
-  counted_thread.store(0);
-}
-
-// Only the counted thread's own regions touch the state: another thread's
-// uncounted work must not pause or resume the counted one.
-UncountedRegion::UncountedRegion() : resumed_thread_(0) {
-  if (counting()) {
-    resumed_thread_ = counted_thread.exchange(0);
-  }
-}
-
-UncountedRegion::~UncountedRegion() {
-  if (resumed_thread_ != 0) {
-    counted_thread.store(resumed_thread_);
-  }
+  CALLGRIND_TOGGLE_COLLECT;
+  detail::counted_here = false;
 }
 
 }  // namespace qira::bench
