@@ -3,7 +3,8 @@
 # segments that the runner concatenates (the kernel unpacks concatenated
 # newc archives one after the other, later entries adding to earlier ones):
 #
-#   system.cpio   Debian userland of this machine: busybox (static) with its
+#   system.cpio   Debian userland of this machine (for armhf: of Debian's
+#                 armhf packages, see debs.sh): busybox (static) with its
 #                 applets, iw, wpa_supplicant, wpa_cli, hostapd, hostapd_cli,
 #                 dnsmasq, iwconfig/iwlist, iproute2, their shared libraries
 #                 and the dynamic loader, the signed regulatory database.
@@ -19,20 +20,30 @@
 # changes, the project part on every run (it takes about a second), so a code
 # change never touches the kernel part.
 #
-# Usage: tests/vm/build.sh [CMAKE_BUILD_DIR]
+# Usage: tests/vm/build.sh [--arch amd64|armhf] [CMAKE_BUILD_DIR]
+#   --arch A       the camera's architecture (default amd64, or QIRA_VM_ARCH):
+#       amd64 boots Debian's amd64 kernel with this machine's own Debian
+#       programs; armhf boots Debian's armmp kernel under qemu-system-arm with
+#       Debian's armhf packages, fetched with "apt-get download" and unpacked
+#       into the image (never installed here), and the project cross-built
+#       with cmake/toolchains/armhf.cmake.
 #   CMAKE_BUILD_DIR (or QIRA_VM_BUILD_DIR): where the project is built,
-#       default build/vm-build; configured and built here with
-#       -DQIRA_BUILD_TESTS=OFF unless QIRA_VM_SKIP_CMAKE=1.
-#   QIRA_VM_OUT    output folder (default build/vm)
-#   QIRA_VM_CACHE  download cache for the kernel package (default build/vm-cache)
+#       default build/vm-build (build/vm-build-armhf); configured and built
+#       here as the camera's release build (MinSizeRel with the module's size
+#       flags, -DQIRA_BUILD_TESTS=OFF) unless QIRA_VM_SKIP_CMAKE=1. The image
+#       carries the programs and libraries stripped.
+#   QIRA_VM_OUT    output folder (default build/vm, build/vm-armhf)
+#   QIRA_VM_CACHE  download cache for the packages (default build/vm-cache)
 #   QIRA_VM_KERNEL_PACKAGE  kernel package name (default: the one that
-#       linux-image-amd64 depends on, from apt-cache)
+#       linux-image-amd64, or linux-image-armmp:armhf, depends on)
 #   --world-only   leave the project's programs out (harness work only: every
 #       scenario that runs qira-wifi then fails, loudly)
 #
 # Needs (Debian 12): qemu-system-x86 busybox-static iw wpasupplicant hostapd
 # dnsmasq-base wireless-tools iproute2 wireless-regdb kmod cpio xz-utils bc,
-# and cmake, ninja and a C++ compiler for the project part.
+# and cmake, ninja and a C++ compiler for the project part; for armhf
+# qemu-system-arm and scripts/cross-deps.sh armhf (the cross compiler, the
+# armhf libraries it links and qemu-arm-static, which lists busybox's applets).
 set -euo pipefail
 
 VM_DIR=$(cd "$(dirname "$0")" && pwd)
@@ -40,18 +51,34 @@ SOURCE_DIR=$(cd "$VM_DIR/../.." && pwd)
 
 world_only=0
 build_dir=${QIRA_VM_BUILD_DIR:-}
-for arg in "$@"; do
-  case $arg in
+ARCH=${QIRA_VM_ARCH:-amd64}
+while [ $# -gt 0 ]; do
+  case $1 in
     --world-only) world_only=1 ;;
-    -h | --help) sed -n '2,35p' "$0"; exit 0 ;;
-    *) build_dir=$arg ;;
+    --arch) ARCH=$2; shift ;;
+    --arch=*) ARCH=${1#*=} ;;
+    -h | --help) sed -n '2,45p' "$0"; exit 0 ;;
+    *) build_dir=$1 ;;
   esac
+  shift
 done
-build_dir=${build_dir:-$SOURCE_DIR/build/vm-build}
-OUT=${QIRA_VM_OUT:-$SOURCE_DIR/build/vm}
+case $ARCH in
+  amd64)
+    TRIPLET=x86_64-linux-gnu
+    KERNEL_META=linux-image-amd64
+    suffix= ;;
+  armhf)
+    TRIPLET=arm-linux-gnueabihf
+    KERNEL_META=linux-image-armmp:armhf
+    suffix=-armhf ;;
+  *) echo "build.sh: unknown architecture $ARCH (amd64 or armhf)" >&2; exit 2 ;;
+esac
+build_dir=${build_dir:-$SOURCE_DIR/build/vm-build$suffix}
+OUT=${QIRA_VM_OUT:-$SOURCE_DIR/build/vm$suffix}
 CACHE=${QIRA_VM_CACHE:-$SOURCE_DIR/build/vm-cache}
 mkdir -p "$OUT" "$CACHE"
 OUT=$(cd "$OUT" && pwd)
+CACHE=$(cd "$CACHE" && pwd)
 
 # Bump these when the recipe of a part changes, so the cached part is redone.
 readonly KERNEL_PART_RECIPE=1
@@ -62,7 +89,12 @@ readonly SYSTEM_PACKAGES="busybox-static iw wpasupplicant hostapd dnsmasq-base w
   iproute2 wireless-regdb libc6"
 # Kernel modules the camera loads; their dependencies come along.
 readonly KERNEL_MODULES="mac80211_hwsim ccm gcm ctr cmac"
-readonly LIBDIR=usr/lib/x86_64-linux-gnu
+readonly LIBDIR=usr/lib/$TRIPLET
+# The armhf user land: which program comes from which Debian package.
+readonly ARMHF_PROGRAMS="iw:iw wpasupplicant:wpa_supplicant wpasupplicant:wpa_cli hostapd:hostapd
+  hostapd:hostapd_cli dnsmasq-base:dnsmasq wireless-tools:iwconfig wireless-tools:iwlist
+  wireless-tools:iwgetid"
+DEB_ARCH=$ARCH
 
 log() { printf 'build.sh: %s\n' "$*" >&2; }
 die() { log "error: $*"; exit 1; }
@@ -95,39 +127,9 @@ copy_libraries() {
 }
 
 # ---------------------------------------------------------------- kernel part
-kernel_part() {
-  local started package deb stamp tree version offset
-  started=$(now)
-  package=${QIRA_VM_KERNEL_PACKAGE:-}
-  if [ -z "$package" ]; then
-    package=$(apt-cache depends linux-image-amd64 2>/dev/null |
-      awk '/Depends: linux-image-[0-9]/ { print $2; exit }')
-  fi
-  if [ -z "$package" ]; then
-    # No package lists (apt-get update not run): use what the cache holds.
-    deb=$(ls -t "$CACHE"/linux-image-*-amd64_*.deb 2>/dev/null | head -1 || true)
-    [ -n "$deb" ] || die "cannot name the kernel package: run apt-get update"
-    package=$(basename "$deb" | cut -d_ -f1)
-  fi
-  deb=$(ls -t "$CACHE/${package}"_*.deb 2>/dev/null | head -1 || true)
-  if [ -z "$deb" ]; then
-    log "downloading $package into $CACHE"
-    (cd "$CACHE" && apt-get download "$package") >&2 || die "apt-get download $package failed"
-    deb=$(ls -t "$CACHE/${package}"_*.deb | head -1)
-  fi
-  stamp="recipe=$KERNEL_PART_RECIPE deb=$(basename "$deb")"
-  if [ -f "$OUT/kernel.stamp" ] && [ "$(cat "$OUT/kernel.stamp")" = "$stamp" ] &&
-    [ -f "$OUT/vmlinux" ] && [ -f "$OUT/modules.cpio" ]; then
-    log "kernel part up to date ($(basename "$deb"))"
-    return
-  fi
-  log "kernel part: extracting $(basename "$deb")"
-  tree=$OUT/work/kernel
-  rm -rf "$tree" "$OUT/kernel.stamp"
-  mkdir -p "$tree"
-  dpkg-deb -x "$deb" "$tree/pkg"
-  version=$(ls "$tree/pkg/lib/modules" | head -1)
-  cp "$tree/pkg/boot/vmlinuz-$version" "$OUT/vmlinuz"
+# The amd64 kernel as an uncompressed ELF beside the bzImage.
+extract_vmlinux() {
+  local offset
   # qemu starts an uncompressed ELF vmlinux through its PVH entry note: no
   # firmware, no real-mode set-up and no in-guest xz decompression, about
   # 2.5 s less per boot under software emulation. The bzImage carries the
@@ -140,6 +142,48 @@ kernel_part() {
   else
     log "warning: no PVH entry in the extracted vmlinux; the runner will boot vmlinuz"
     rm -f "$OUT/vmlinux.tmp" "$OUT/vmlinux"
+  fi
+}
+
+kernel_part() {
+  local started package deb stamp tree version flavour
+  started=$(now)
+  flavour=${KERNEL_META#linux-image-}
+  flavour=${flavour%:*}
+  package=${QIRA_VM_KERNEL_PACKAGE:-}
+  if [ -z "$package" ]; then
+    package=$(apt-cache depends "$KERNEL_META" 2>/dev/null |
+      awk '/Depends: linux-image-[0-9]/ { print $2; exit }')
+  fi
+  package=${package%:*}
+  if [ -z "$package" ]; then
+    # No package lists (apt-get update not run): use what the cache holds.
+    deb=$(ls -t "$CACHE"/linux-image-*-"${flavour}_"*"_$ARCH.deb" 2>/dev/null | head -1 || true)
+    [ -n "$deb" ] || die "cannot name the kernel package: run apt-get update"
+    package=$(basename "$deb" | cut -d_ -f1)
+  fi
+  deb=$(ls -t "$CACHE/${package}"_*"_$ARCH.deb" 2>/dev/null | head -1 || true)
+  if [ -z "$deb" ]; then
+    log "downloading $package ($ARCH) into $CACHE"
+    (cd "$CACHE" && apt-get download "$package:$ARCH") >&2 || die "apt-get download $package:$ARCH failed"
+    deb=$(ls -t "$CACHE/${package}"_*"_$ARCH.deb" | head -1)
+  fi
+  stamp="recipe=$KERNEL_PART_RECIPE deb=$(basename "$deb")"
+  if [ -f "$OUT/kernel.stamp" ] && [ "$(cat "$OUT/kernel.stamp")" = "$stamp" ] &&
+    [ -f "$OUT/vmlinuz" ] && [ -f "$OUT/modules.cpio" ]; then
+    log "kernel part up to date ($(basename "$deb"))"
+    return
+  fi
+  log "kernel part: extracting $(basename "$deb")"
+  tree=$OUT/work/kernel
+  rm -rf "$tree" "$OUT/kernel.stamp"
+  mkdir -p "$tree"
+  dpkg-deb -x "$deb" "$tree/pkg"
+  version=$(ls "$tree/pkg/lib/modules" | head -1)
+  cp "$tree/pkg/boot/vmlinuz-$version" "$OUT/vmlinuz"
+  # qemu-system-arm boots the armmp zImage as it is (it decompresses itself).
+  if [ "$ARCH" = amd64 ]; then
+    extract_vmlinux
   fi
 
   depmod -b "$tree/pkg" "$version"
@@ -169,20 +213,11 @@ tool_path() { # the real file of a program of this machine
   readlink -f "$path"
 }
 
-system_part() {
-  local started stamp root tool applet
-  started=$(now)
-  stamp="recipe=$SYSTEM_PART_RECIPE $(dpkg-query -W $SYSTEM_PACKAGES 2>/dev/null | tr '\t\n' '= ')"
-  for tool in busybox iw wpa_supplicant; do tool_path "$tool" > /dev/null; done
-  if [ -f "$OUT/system.stamp" ] && [ "$(cat "$OUT/system.stamp")" = "$stamp" ] &&
-    [ -f "$OUT/system.cpio" ] && [ -f "$OUT/system.list" ]; then
-    log "system part up to date"
-    return
-  fi
-  root=$OUT/work/system
-  rm -rf "$root" "$OUT/system.stamp"
-  # Merged /usr, as on the camera's Debian-style image: "/bin/iw" and the
-  # other programs the module names resolve through the /bin link.
+# system_root ROOT: the skeleton of the image's root. Merged /usr, as on the
+# camera's Debian-style image: "/bin/iw" and the other programs the module
+# names resolve through the /bin link.
+system_root() {
+  local root=$1
   mkdir -p "$root"/{usr/bin,usr/sbin,$LIBDIR,usr/lib64,usr/lib/firmware,usr/lib/modules}
   mkdir -p "$root"/{dev,proc,sys,run,tmp,root,etc,var/log,var/lib/misc,home}
   ln -s usr/bin "$root/bin"
@@ -191,13 +226,47 @@ system_part() {
   ln -s usr/lib64 "$root/lib64"
   ln -s ../run "$root/var/run"
   chmod 1777 "$root/tmp"
+}
 
-  install -m 755 "$(tool_path busybox)" "$root/usr/bin/busybox"
-  for applet in $("$root/usr/bin/busybox" --list); do
+# busybox_applets ROOT [EMULATOR]: a link to busybox for each of its applets
+# that ROOT/usr/bin lacks, and /sbin/modprobe (the kernel's request_module()
+# runs it).
+busybox_applets() {
+  local root=$1 applet
+  shift
+  for applet in $("$@" "$root/usr/bin/busybox" --list); do
     [ -e "$root/usr/bin/$applet" ] || ln -s busybox "$root/usr/bin/$applet"
   done
-  # The kernel's request_module() runs /sbin/modprobe.
   ln -sf ../bin/busybox "$root/usr/sbin/modprobe"
+}
+
+# system_done ROOT STAMP: packs the system part and records what it holds.
+system_done() {
+  (cd "$1" && find . -mindepth 1 \( -type f -o -type l \) -printf '%P\n' | LC_ALL=C sort) > "$OUT/system.list"
+  pack_cpio "$1" "$OUT/system.cpio"
+  rm -rf "$1"
+  echo "$2" > "$OUT/system.stamp"
+}
+
+system_up_to_date() { # system_up_to_date STAMP
+  [ -f "$OUT/system.stamp" ] && [ "$(cat "$OUT/system.stamp")" = "$1" ] &&
+    [ -f "$OUT/system.cpio" ] && [ -f "$OUT/system.list" ]
+}
+
+system_part() {
+  local started stamp root tool
+  started=$(now)
+  stamp="recipe=$SYSTEM_PART_RECIPE $(dpkg-query -W $SYSTEM_PACKAGES 2>/dev/null | tr '\t\n' '= ')"
+  for tool in busybox iw wpa_supplicant; do tool_path "$tool" > /dev/null; done
+  if system_up_to_date "$stamp"; then
+    log "system part up to date"
+    return
+  fi
+  root=$OUT/work/system
+  rm -rf "$root" "$OUT/system.stamp"
+  system_root "$root"
+  install -m 755 "$(tool_path busybox)" "$root/usr/bin/busybox"
+  busybox_applets "$root"
 
   # Daemons and tools in /usr/bin, where the module looks for them ("/bin/...").
   for tool in iw wpa_supplicant wpa_cli hostapd hostapd_cli dnsmasq iwconfig iwlist iwgetid; do
@@ -213,43 +282,121 @@ system_part() {
 
   # cfg80211 loads the signed regulatory database from the firmware folder.
   cp -L /lib/firmware/regulatory.db /lib/firmware/regulatory.db.p7s "$root/usr/lib/firmware/"
-
-  (cd "$root" && find . -mindepth 1 \( -type f -o -type l \) -printf '%P\n' | LC_ALL=C sort) > "$OUT/system.list"
-  pack_cpio "$root" "$OUT/system.cpio"
-  rm -rf "$root"
-  echo "$stamp" > "$OUT/system.stamp"
+  system_done "$root" "$stamp"
   log "system part built in $(elapsed "$started") s"
 }
 
+# package_program TREE NAME: the file of program NAME in an unpacked package
+# (its links followed inside the package: iproute2's /sbin/ip is an absolute
+# link to /bin/ip).
+package_program() {
+  local dir
+  for dir in usr/sbin usr/bin sbin bin; do
+    tree_file "$1" "$dir/$2" && return
+  done
+  die "no program $2 in $(basename "$1")"
+}
+
+# The same system part from Debian's armhf packages (debs.sh), at the
+# versions apt offers for armhf: the same as the amd64 image's whenever the
+# two architectures' package lists agree (build.sh says so when they do not).
+system_part_foreign() {
+  local started stamp root package entry tree program amd64_version
+  started=$(now)
+  stamp="recipe=$SYSTEM_PART_RECIPE arch=$ARCH"
+  for package in $SYSTEM_PACKAGES; do
+    stamp="$stamp $package=$(deb_version "$package")"
+  done
+  if system_up_to_date "$stamp"; then
+    log "system part up to date"
+    return
+  fi
+  for package in $SYSTEM_PACKAGES; do
+    amd64_version=$(dpkg-query -W -f='${Version}' "$package:amd64" 2> /dev/null || true)
+    [ -z "$amd64_version" ] || [ "$amd64_version" = "$(deb_version "$package")" ] ||
+      log "note: $package is $(deb_version "$package") for $ARCH, $amd64_version for the amd64 image"
+  done
+  root=$OUT/work/system
+  rm -rf "$root" "$OUT/system.stamp"
+  system_root "$root"
+  tree=$(deb_tree busybox-static)
+  install -m 755 "$(package_program "$tree" busybox)" "$root/usr/bin/busybox"
+  command -v qemu-arm-static > /dev/null || die "qemu-arm-static missing: run scripts/cross-deps.sh armhf"
+  busybox_applets "$root" qemu-arm-static
+
+  for entry in $ARMHF_PROGRAMS iproute2:ip; do
+    package=${entry%%:*}
+    tree=$(deb_tree "$package")
+    program=$(package_program "$tree" "${entry#*:}")
+    if [ "$package" = iproute2 ]; then
+      install -m 755 "$program" "$root/usr/sbin/ip" # see system_part
+    else
+      rm -f "$root/usr/bin/${entry#*:}"
+      install -m 755 "$program" "$root/usr/bin/${entry#*:}"
+    fi
+    copy_needed "$program" "$root" "$tree"
+  done
+  # The package holds Debian's and upstream's signed database; Debian's is
+  # the alternative it selects on installation, as on the amd64 image.
+  tree=$(deb_tree wireless-regdb)
+  cp "$tree/lib/firmware/regulatory.db-debian" "$root/usr/lib/firmware/regulatory.db"
+  cp "$tree/lib/firmware/regulatory.db.p7s-debian" "$root/usr/lib/firmware/regulatory.db.p7s"
+  system_done "$root" "$stamp"
+  log "system part ($ARCH) built in $(elapsed "$started") s"
+}
+
 # ---------------------------------------------------------------- project part
+# project_programs ROOT: the camera's release build of qira-wifi, the module
+# and the reference host (with their SONAME links; the host loads the module
+# by SONAME from the system library folder), stripped, and the libraries they
+# need beyond the system part.
+project_programs() {
+  local root=$1 stage=$OUT/work/stage library host_program strip_tool toolchain=()
+  [ "$ARCH" = amd64 ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$SOURCE_DIR/cmake/toolchains/$ARCH.cmake")
+  if [ "${QIRA_VM_SKIP_CMAKE:-0}" != 1 ]; then
+    log "building the project ($ARCH, MinSizeRel) in $build_dir"
+    # The camera's build: -Os with the module's size flags (sections,
+    # --gc-sections), as scripts/size-report.sh measures it.
+    cmake -S "$SOURCE_DIR" -B "$build_dir" -G Ninja "${toolchain[@]}" -DCMAKE_BUILD_TYPE=MinSizeRel \
+      -DQIRA_SIZE_RELEASE=ON -DQIRA_BUILD_TESTS=OFF -DCMAKE_INSTALL_LIBDIR=lib > /dev/null
+    ninja -C "$build_dir" >&2
+  fi
+  rm -rf "$stage"
+  cmake --install "$build_dir" --prefix "$stage" --strip > /dev/null ||
+    die "cannot install the project from $build_dir"
+  [ -x "$stage/bin/qira-wifi" ] || die "no qira-wifi program in $build_dir (is tools/qira-wifi built?)"
+  install -m 755 "$stage/bin/qira-wifi" "$root/usr/bin/qira-wifi"
+  # The fault scenarios' long-lived host (tests/vm/host), built with the
+  # tools but never installed: stripped here with the build's own strip.
+  host_program=$(find "$build_dir" -name qira-vm-host -type f -perm -u+x 2>/dev/null | head -1)
+  [ -n "$host_program" ] || die "no qira-vm-host program in $build_dir"
+  install -m 755 "$host_program" "$root/usr/bin/qira-vm-host"
+  strip_tool=$(sed -n 's/^CMAKE_STRIP:FILEPATH=//p' "$build_dir/CMakeCache.txt")
+  "${strip_tool:-strip}" "$root/usr/bin/qira-vm-host"
+  for library in libqira_network_utils_wireless.so libqira_host.so; do
+    cp -P "$stage"/lib*/"$library".* "$root/$LIBDIR/" 2> /dev/null || die "$library not installed from $build_dir"
+  done
+  if [ "$ARCH" = amd64 ]; then
+    copy_libraries "$root/usr/bin/qira-wifi" "$root" "$OUT/system.list"
+    copy_libraries "$root/usr/bin/qira-vm-host" "$root" "$OUT/system.list"
+    copy_libraries "$(ls "$root/$LIBDIR"/libqira_network_utils_wireless.so.*.* | head -1)" "$root" "$OUT/system.list"
+  else
+    for library in "$root/usr/bin/qira-wifi" "$root/usr/bin/qira-vm-host" "$root/$LIBDIR"/libqira_*.so.*.*; do
+      copy_needed "$library" "$root" build "$OUT/system.list"
+    done
+  fi
+  rm -rf "$stage"
+}
+
 project_part() {
-  local started root program host_program library
+  local started root
   started=$(now)
   root=$OUT/work/project
   rm -rf "$root"
   mkdir -p "$root/usr/bin" "$root/$LIBDIR" "$root/usr/share/qira-vm/scenarios"
 
   if [ "$world_only" = 0 ]; then
-    if [ "${QIRA_VM_SKIP_CMAKE:-0}" != 1 ]; then
-      log "building the project in $build_dir"
-      cmake -S "$SOURCE_DIR" -B "$build_dir" -G Ninja -DQIRA_BUILD_TESTS=OFF > /dev/null
-      ninja -C "$build_dir" >&2
-    fi
-    program=$(find "$build_dir" -name qira-wifi -type f -perm -u+x 2>/dev/null | head -1)
-    [ -n "$program" ] || die "no qira-wifi program in $build_dir (is tools/qira-wifi built?)"
-    install -m 755 "$program" "$root/usr/bin/qira-wifi"
-    # The fault scenarios' long-lived host (tests/vm/host).
-    host_program=$(find "$build_dir" -name qira-vm-host -type f -perm -u+x 2>/dev/null | head -1)
-    [ -n "$host_program" ] || die "no qira-vm-host program in $build_dir"
-    install -m 755 "$host_program" "$root/usr/bin/qira-vm-host"
-    # The module and the reference host with their SONAME links; the host
-    # loads the module by SONAME from the system library folder.
-    for library in libqira_network_utils_wireless.so libqira_host.so; do
-      find "$build_dir" -name "$library*" \( -type f -o -type l \) -exec cp -P {} "$root/$LIBDIR/" \;
-      ls "$root/$LIBDIR/$library".* > /dev/null 2>&1 || die "$library not found in $build_dir"
-    done
-    copy_libraries "$program" "$root" "$OUT/system.list"
-    copy_libraries "$(ls "$root/$LIBDIR"/libqira_network_utils_wireless.so.*.* | head -1)" "$root" "$OUT/system.list"
+    project_programs "$root"
   fi
 
   # The harness and the camera's files (users, hosts, identity, vendor
@@ -273,7 +420,13 @@ project_part() {
 
 total_started=$(now)
 kernel_part
-system_part
+if [ "$ARCH" = amd64 ]; then
+  system_part
+else
+  # shellcheck source=tests/vm/debs.sh
+  source "$VM_DIR/debs.sh"
+  system_part_foreign
+fi
 project_part
 rm -rf "$OUT/work"
 log "done in $(elapsed "$total_started") s: $(du -ch "$OUT"/{system,modules,project}.cpio | tail -1 | cut -f1) of cpio in $OUT"

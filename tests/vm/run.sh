@@ -6,13 +6,17 @@
 # 0 only when every requested scenario passed.
 #
 # Usage: tests/vm/run.sh [options] [SCENARIO...]
+#   --arch A       amd64 (default, or QIRA_VM_ARCH) or armhf: the image that
+#                  tests/vm/build.sh --arch A built; armhf boots under
+#                  qemu-system-arm (machine virt, Cortex-A15), always by
+#                  software emulation
 #   SCENARIO       names of tests/vm/scenarios/<name>.sh; default: all of
 #                  them, in name order
 #   --demo         the demo: a transcript of the module reading the state of
 #                  a station on the simulated WPA2 network (no verdict)
 #   --shell        interactive shell on the console instead of scenarios
 #                  (leave with "poweroff -f")
-#   --accel A      kvm, tcg or auto (default auto, or QIRA_VM_ACCEL): auto
+#   --accel A      kvm, tcg or auto (default auto, or QIRA_VM_ACCEL; amd64): auto
 #                  makes a trial boot under KVM and uses it only when the
 #                  guest reaches init within QIRA_VM_PROBE_TIMEOUT seconds
 #                  (default 20); the verdict is kept in build/vm/accel.verdict
@@ -20,7 +24,7 @@
 #   --timeout S    stop the VM after S seconds (default, or QIRA_VM_TIMEOUT:
 #                  120 s for the boot and the world plus every scenario's guard;
 #                  600 s for the demo, an hour for the shell)
-# Environment: QIRA_VM_OUT (default build/vm), QIRA_VM_MEMORY (512M),
+# Environment: QIRA_VM_OUT (default build/vm, build/vm-armhf), QIRA_VM_MEMORY (512M),
 #   QIRA_VM_CPUS (1), QIRA_VM_APPEND (more kernel command line, e.g. a
 #   scenario's "qira_bench_scans=10"), QIRA_VM_SCENARIO_TIMEOUT (guard of one scenario in the
 #   guest, default 150 s), QIRA_VM_LOG (console log file; default
@@ -29,7 +33,7 @@ set -uo pipefail
 
 VM_DIR=$(cd "$(dirname "$0")" && pwd)
 SOURCE_DIR=$(cd "$VM_DIR/../.." && pwd)
-OUT=${QIRA_VM_OUT:-$SOURCE_DIR/build/vm}
+ARCH=${QIRA_VM_ARCH:-amd64}
 ACCEL=${QIRA_VM_ACCEL:-auto}
 TIMEOUT=${QIRA_VM_TIMEOUT:-}
 MEMORY=${QIRA_VM_MEMORY:-512M}
@@ -43,13 +47,15 @@ scenarios=()
 
 while [ $# -gt 0 ]; do
   case $1 in
+    --arch) ARCH=$2; shift ;;
+    --arch=*) ARCH=${1#*=} ;;
     --shell) mode=shell ;;
     --demo) mode=demo ;;
     --accel) ACCEL=$2; shift ;;
     --accel=*) ACCEL=${1#*=} ;;
     --timeout) TIMEOUT=$2; shift ;;
     --timeout=*) TIMEOUT=${1#*=} ;;
-    -h | --help) sed -n '2,25p' "$0"; exit 0 ;;
+    -h | --help) sed -n '2,29p' "$0"; exit 0 ;;
     -*) echo "run.sh: unknown option $1" >&2; exit 2 ;;
     *) scenarios+=("${1%.sh}") ;;
   esac
@@ -58,8 +64,17 @@ done
 
 say() { printf 'run.sh: %s\n' "$*" >&2; }
 
+case $ARCH in
+  amd64) OUT=${QIRA_VM_OUT:-$SOURCE_DIR/build/vm} ;;
+  armhf)
+    OUT=${QIRA_VM_OUT:-$SOURCE_DIR/build/vm-armhf}
+    # An ARM guest on this x86 machine: KVM cannot run it.
+    ACCEL=tcg ;;
+  *) say "unknown architecture $ARCH (amd64 or armhf)"; exit 2 ;;
+esac
+
 for part in system.cpio modules.cpio project.cpio scenarios.list; do
-  [ -f "$OUT/$part" ] || { say "$OUT/$part missing: run tests/vm/build.sh first"; exit 2; }
+  [ -f "$OUT/$part" ] || { say "$OUT/$part missing: run tests/vm/build.sh --arch $ARCH first"; exit 2; }
 done
 KERNEL=$OUT/vmlinux # uncompressed ELF: qemu enters it through PVH, ~2.5 s faster
 [ -f "$KERNEL" ] || KERNEL=$OUT/vmlinuz
@@ -83,7 +98,18 @@ seconds_since() { # seconds_since START_US -> "12.34"
 }
 
 qemu_command() { # qemu_command ACCEL APPEND
-  local accel_options
+  local accel_options append
+  if [ "$ARCH" = armhf ]; then
+    # The armmp kernel on qemu's generic ARM machine: its console is the
+    # PL011 serial port, its timer the CPU's generic timer, which counts
+    # host time under emulation.
+    append="console=ttyAMA0 panic=-1 oops=panic loglevel=4 cryptomgr.notests=1 $2"
+    [ -n "${QIRA_VM_APPEND:-}" ] && append="$append $QIRA_VM_APPEND"
+    QEMU=(qemu-system-arm -machine virt -accel tcg,thread=multi -cpu cortex-a15 -smp "$CPUS"
+      -m "$MEMORY" -nodefaults -no-user-config -display none -monitor none -no-reboot
+      -kernel "$KERNEL" -initrd "$INITRD" -append "$append")
+    return
+  fi
   case $1 in
     kvm) accel_options=(-accel kvm -cpu host) ;;
     tcg) accel_options=(-accel tcg,thread=multi -cpu max) ;;
@@ -91,7 +117,7 @@ qemu_command() { # qemu_command ACCEL APPEND
   esac
   # cryptomgr.notests: the boot-time self-tests of every crypto algorithm
   # cost emulated time and test nothing of ours.
-  local append="console=ttyS0,115200 panic=-1 oops=panic loglevel=4 cryptomgr.notests=1 $2"
+  append="console=ttyS0,115200 panic=-1 oops=panic loglevel=4 cryptomgr.notests=1 $2"
   # Under emulation the guest's TSC is the host's, and its calibration against
   # the emulated timer goes wrong when the host is busy: guest time then ran
   # up to 7 times too fast (190 s of uptime in 30 s), which cuts every

@@ -1,0 +1,178 @@
+# shellcheck shell=bash
+# The foreign camera's user land from Debian's own packages (sourced by
+# build.sh for --arch armhf). Packages are fetched with "apt-get download"
+# into $CACHE/debs and unpacked once into $CACHE/unpacked/<deb name>; they
+# are never installed on this machine. A program's shared libraries are the
+# closure of its NEEDED entries (readelf -d), each library taken from the
+# package that provides it: one of the direct dependencies of the package the
+# needing file came from (Debian's packages depend directly on the package of
+# every library they link), or, for this project's own programs, the armhf
+# package of this machine's multiarch install that the cross build linked.
+#
+# Needs from the caller: DEB_ARCH (armhf), TRIPLET (arm-linux-gnueabihf),
+# LIBDIR (usr/lib/$TRIPLET), CACHE, and the functions log and die.
+
+# deb_version NAME: the version of package NAME to fetch, apt's candidate for
+# the foreign architecture (or the architecture-independent package's). Each
+# answer is kept for the rest of the build in $OUT/work/versions.
+deb_version() {
+  local memo=$OUT/work/versions/$1 version
+  if [ ! -f "$memo" ]; then
+    mkdir -p "$OUT/work/versions"
+    version=$(apt-cache policy "$1:$DEB_ARCH" 2> /dev/null | awk '$1 == "Candidate:" { print $2; exit }')
+    if [ -z "$version" ] || [ "$version" = "(none)" ]; then
+      version=$(apt-cache policy "$1" 2> /dev/null | awk '$1 == "Candidate:" { print $2; exit }')
+    fi
+    [ "$version" = "(none)" ] && version=
+    echo "$version" > "$memo"
+  fi
+  version=$(cat "$memo")
+  [ -n "$version" ] && echo "$version"
+}
+
+# deb_file NAME [VERSION]: the .deb of NAME (at VERSION, default apt's
+# candidate) in the cache, downloaded first when missing. Without package
+# lists (no apt-get update yet) the newest cached one is used.
+deb_file() {
+  local name=$1 version=${2:-} deb
+  [ -n "$version" ] || version=$(deb_version "$name") || version=
+  if [ -z "$version" ]; then
+    deb=$(ls -t "$CACHE/debs/${name}"_*.deb 2> /dev/null | head -1)
+    [ -n "$deb" ] || die "no version of $name:$DEB_ARCH known: run apt-get update"
+    echo "$deb"
+    return
+  fi
+  # apt-get download writes the epoch's colon as %3a.
+  deb=$(ls "$CACHE/debs/${name}_${version//:/%3a}"_{"$DEB_ARCH",all}.deb 2> /dev/null | head -1)
+  if [ -z "$deb" ]; then
+    mkdir -p "$CACHE/debs"
+    log "downloading $name $version ($DEB_ARCH)"
+    (cd "$CACHE/debs" && { apt-get download "$name:$DEB_ARCH=$version" || apt-get download "$name=$version"; }) \
+      > /dev/null 2>&1 || die "apt-get download $name:$DEB_ARCH=$version failed"
+    deb=$(ls "$CACHE/debs/${name}_${version//:/%3a}"_{"$DEB_ARCH",all}.deb 2> /dev/null | head -1)
+    [ -n "$deb" ] || die "apt-get download of $name $version left no .deb"
+  fi
+  echo "$deb"
+}
+
+# deb_tree NAME [VERSION]: the unpacked tree of the package.
+deb_tree() {
+  local deb tree
+  deb=$(deb_file "$@") || exit 1
+  tree=$CACHE/unpacked/$(basename "$deb" .deb)
+  if [ ! -f "$tree.done" ]; then
+    rm -rf "$tree"
+    mkdir -p "$tree"
+    dpkg-deb -x "$deb" "$tree" || die "cannot unpack $deb"
+    dpkg-deb -f "$deb" Package Depends Pre-Depends > "$tree.control"
+    touch "$tree.done"
+  fi
+  echo "$tree"
+}
+
+# deb_depends TREE: the packages its package depends on directly (the first
+# of each set of alternatives), one per line.
+deb_depends() {
+  sed -n 's/^\(Pre-\)\{0,1\}Depends: //p' "$1.control" | tr ',' '\n' |
+    sed 's/|.*//; s/(.*)//; s/:any//; s/[[:space:]]//g' | grep -v '^$'
+}
+
+# deb_is_library NAME: the package is "Multi-Arch: same", as every package
+# of shared libraries is (the others, such as adduser or debconf, are never
+# fetched). The answer is kept in the cache.
+deb_is_library() {
+  local marker=$CACHE/multiarch/$1
+  if [ ! -f "$marker" ]; then
+    mkdir -p "$CACHE/multiarch"
+    apt-cache show --no-all-versions "$1:$DEB_ARCH" 2> /dev/null |
+      sed -n 's/^Multi-Arch: //p' | head -1 > "$marker.tmp"
+    mv "$marker.tmp" "$marker"
+  fi
+  [ "$(cat "$marker")" = same ]
+}
+
+# tree_file TREE PATH: the real file that PATH names inside TREE, following
+# its links (relative or absolute) inside the tree.
+tree_file() {
+  local tree=$1 path=$2 target hops=0
+  while [ -L "$tree/$path" ] && [ "$hops" -lt 10 ]; do
+    target=$(readlink "$tree/$path")
+    case $target in
+      /*) path=${target#/} ;;
+      *) path=$(dirname "$path")/$target ;;
+    esac
+    hops=$((hops + 1))
+  done
+  [ -f "$tree/$path" ] && echo "$tree/$path"
+}
+
+# tree_library TREE SONAME: the file of library SONAME in the package tree.
+tree_library() {
+  tree_file "$1" "lib/$TRIPLET/$2" || tree_file "$1" "usr/lib/$TRIPLET/$2" || tree_file "$1" "lib/$2"
+}
+
+# build_machine_package SONAME: "NAME VERSION" of the armhf package of this
+# machine's multiarch install that holds SONAME, which the cross build
+# linked and its unit suite ran with.
+build_machine_package() {
+  local dir owner
+  for dir in /usr/lib/$TRIPLET /lib/$TRIPLET; do
+    [ -e "$dir/$1" ] || continue
+    owner=$(dpkg -S "$dir/$1" 2> /dev/null | head -1 | cut -d: -f1) || continue
+    [ -n "$owner" ] || continue
+    echo "$owner $(dpkg-query -W -f='${Version}' "$owner:$DEB_ARCH")"
+    return
+  done
+  return 1
+}
+
+# library_provider SONAME OWNER-TREE: "TREE FILE" of the package that
+# provides SONAME for a file of the package unpacked at OWNER-TREE: the
+# package itself or one of its direct dependencies. OWNER-TREE "build" names
+# this project's cross build (build_machine_package).
+library_provider() {
+  local soname=$1 owner=$2 tree file dependency package
+  if [ "$owner" = build ]; then
+    package=$(build_machine_package "$soname") || return 1
+    tree=$(deb_tree "${package% *}" "${package#* }") || return 1
+    file=$(tree_library "$tree" "$soname") && echo "$tree $file"
+    return
+  fi
+  file=$(tree_library "$owner" "$soname") && { echo "$owner $file"; return; }
+  for dependency in $(deb_depends "$owner"); do
+    deb_is_library "$dependency" || continue
+    tree=$(deb_tree "$dependency") || return 1
+    file=$(tree_library "$tree" "$soname") && { echo "$tree $file"; return; }
+  done
+  return 1
+}
+
+# elf_needed FILE: its NEEDED sonames, one per line.
+elf_needed() { readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]$/\1/p'; }
+# elf_interpreter FILE: its program interpreter (the dynamic loader), if any.
+elf_interpreter() { readelf -l "$1" | sed -n 's/.*Requesting program interpreter: \(.*\)\]$/\1/p'; }
+
+# copy_needed FILE ROOT OWNER-TREE [SKIP-LIST]: copies into ROOT/$LIBDIR the
+# closure of the libraries FILE needs that ROOT (or the file list
+# SKIP-LIST, paths relative to the image's root) does not hold yet, and
+# links its dynamic loader where its program interpreter says.
+copy_needed() {
+  local file=$1 root=$2 owner=$3 skip=${4:-/dev/null} soname found interpreter
+  for soname in $(elf_needed "$file"); do
+    [ -e "$root/$LIBDIR/$soname" ] && continue
+    grep -qxF "$LIBDIR/$soname" "$skip" && continue
+    found=$(library_provider "$soname" "$owner") ||
+      die "no package provides $soname for $(basename "$file") ($(basename "$owner"))"
+    # The package's own mode: the loader is executable, the libraries not.
+    install -D -m "$(stat -c %a "${found#* }")" "${found#* }" "$root/$LIBDIR/$soname"
+    copy_needed "$root/$LIBDIR/$soname" "$root" "${found%% *}" "$skip"
+  done
+  interpreter=$(elf_interpreter "$file")
+  if [ -n "$interpreter" ] && [ ! -e "$root$interpreter" ] && ! grep -qxF "usr${interpreter#/usr}" "$skip"; then
+    # /lib is a link to usr/lib in the image: the loader goes under usr/.
+    [ -e "$root/$LIBDIR/$(basename "$interpreter")" ] ||
+      die "$(basename "$file") asks for $interpreter, which no needed library provides"
+    mkdir -p "$root/usr$(dirname "${interpreter#/usr}")"
+    ln -sf "/$LIBDIR/$(basename "$interpreter")" "$root/usr${interpreter#/usr}"
+  fi
+}
