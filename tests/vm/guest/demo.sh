@@ -9,6 +9,7 @@ show() { # show COMMAND...: prints the command line, then runs it
 
 echo
 echo "=== The virtual camera: $(uname -r), simulated radios from mac80211_hwsim"
+show uname -m
 show iw dev
 echo
 echo "=== The home networks (radios in network namespace '$HOME_NS'):"
