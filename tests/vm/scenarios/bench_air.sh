@@ -105,3 +105,9 @@ summary "bench: iw scan trigger+dump $SPARE_IF" $iw_times
 echo "bench: qira-wifi info $CAMERA_IF: $info_us us per run over $queries runs"
 echo "bench: iwconfig $CAMERA_IF: $iwconfig_us us per run over $queries runs"
 echo "bench: qira-wifi --help: $help_us us per run over $queries runs"
+# The ratios within this boot: qira-wifi against the system tool on the same
+# radio (the scans took turns), total against total.
+echo "$qira_times" "$iw_times" "$info_us" "$iwconfig_us" | awk -v n="$scans" '{
+  for (i = 1; i <= n; i++) { qira += $i; iw += $(n + i) }
+  printf "bench: ratio qira-wifi scan / iw scan: %.2f\n", iw ? qira / iw : 0
+  printf "bench: ratio qira-wifi info / iwconfig: %.2f\n", $(2 * n + 2) ? $(2 * n + 1) / $(2 * n + 2) : 0 }'
