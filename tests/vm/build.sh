@@ -304,6 +304,8 @@ system_part_foreign() {
   local started stamp root package entry tree program amd64_version
   started=$(now)
   stamp="recipe=$SYSTEM_PART_RECIPE arch=$ARCH"
+  # shellcheck disable=SC2086
+  deb_versions $SYSTEM_PACKAGES
   for package in $SYSTEM_PACKAGES; do
     stamp="$stamp $package=$(deb_version "$package")"
   done

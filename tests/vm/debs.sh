@@ -11,22 +11,47 @@
 #
 # Needs from the caller: DEB_ARCH (armhf), TRIPLET (arm-linux-gnueabihf),
 # LIBDIR (usr/lib/$TRIPLET), CACHE, and the functions log and die.
+# Answers of apt and dpkg are kept in $CACHE/memo until their lists change.
 
-# deb_version NAME: the version of package NAME to fetch, apt's candidate for
-# the foreign architecture (or the architecture-independent package's). Each
-# answer is kept for the rest of the build in $OUT/work/versions.
-deb_version() {
-  local memo=$OUT/work/versions/$1 version
-  if [ ! -f "$memo" ]; then
-    mkdir -p "$OUT/work/versions"
-    version=$(apt-cache policy "$1:$DEB_ARCH" 2> /dev/null | awk '$1 == "Candidate:" { print $2; exit }')
-    if [ -z "$version" ] || [ "$version" = "(none)" ]; then
-      version=$(apt-cache policy "$1" 2> /dev/null | awk '$1 == "Candidate:" { print $2; exit }')
-    fi
-    [ "$version" = "(none)" ] && version=
-    echo "$version" > "$memo"
+# memo_dir NAME SOURCE: a folder of remembered answers in the cache, emptied
+# whenever SOURCE (apt's package lists, dpkg's database) changed after it
+# was made, so that a warm build asks apt and dpkg nothing (each question
+# takes seconds on a loaded machine).
+memo_dir() {
+  local dir=$CACHE/memo/$1
+  if [ ! -f "$dir/.made" ] || [ "$2" -nt "$dir/.made" ]; then
+    rm -rf "$dir"
+    mkdir -p "$dir"
+    touch "$dir/.made"
   fi
-  version=$(cat "$memo")
+  echo "$dir"
+}
+
+# deb_versions NAME...: finds the versions of the packages to fetch, apt's
+# candidates for the foreign architecture (or the architecture-independent
+# package's), with one question to apt for all of them.
+deb_versions() {
+  local memo name asked=()
+  memo=$(memo_dir "versions-$DEB_ARCH" /var/lib/apt/lists)
+  for name in "$@"; do
+    [ -f "$memo/$name" ] || asked+=("$name:$DEB_ARCH" "$name")
+  done
+  [ "${#asked[@]}" -gt 0 ] || return 0
+  apt-cache policy "${asked[@]}" 2> /dev/null | awk -v memo="$memo" -v arch=":$DEB_ARCH" '
+    /^[^ ]/ { name = $1; sub(/:$/, "", name); foreign = sub(arch "$", "", name) }
+    $1 == "Candidate:" && $2 != "(none)" && (foreign || !(name in found)) { found[name] = $2 }
+    END { for (name in found) print found[name] > (memo "/" name) }'
+  for name in "$@"; do
+    [ -f "$memo/$name" ] || : > "$memo/$name"
+  done
+}
+
+# deb_version NAME: the version of package NAME to fetch (see deb_versions).
+deb_version() {
+  local memo version
+  memo=$(memo_dir "versions-$DEB_ARCH" /var/lib/apt/lists)
+  [ -f "$memo/$1" ] || deb_versions "$1"
+  version=$(cat "$memo/$1")
   [ -n "$version" ] && echo "$version"
 }
 
@@ -115,15 +140,18 @@ tree_library() {
 # machine's multiarch install that holds SONAME, which the cross build
 # linked and its unit suite ran with.
 build_machine_package() {
-  local dir owner
-  for dir in /usr/lib/$TRIPLET /lib/$TRIPLET; do
-    [ -e "$dir/$1" ] || continue
-    owner=$(dpkg -S "$dir/$1" 2> /dev/null | head -1 | cut -d: -f1) || continue
-    [ -n "$owner" ] || continue
-    echo "$owner $(dpkg-query -W -f='${Version}' "$owner:$DEB_ARCH")"
-    return
-  done
-  return 1
+  local memo dir owner
+  memo=$(memo_dir "owners-$DEB_ARCH" /var/lib/dpkg/status)
+  if [ ! -f "$memo/$1" ]; then
+    for dir in /usr/lib/$TRIPLET /lib/$TRIPLET; do
+      [ -e "$dir/$1" ] || continue
+      owner=$(dpkg -S "$dir/$1" 2> /dev/null | head -1 | cut -d: -f1)
+      [ -n "$owner" ] || continue
+      echo "$owner $(dpkg-query -W -f='${Version}' "$owner:$DEB_ARCH")" > "$memo/$1"
+      break
+    done
+  fi
+  [ -s "$memo/$1" ] && cat "$memo/$1"
 }
 
 # library_provider SONAME OWNER-TREE: "TREE FILE" of the package that
