@@ -1,24 +1,10 @@
 #include "module_session.h"
 
-#include <cxxabi.h>
 #include <dlfcn.h>
 
-#include <cstdlib>
-#include <memory>
+#include "qira/inspect/elf_dynamic.h"
 
 namespace qira::wifi {
-
-namespace {
-
-// The readable form of a mangled symbol name, or the name itself.
-std::string demangle(const char* name) {
-  int status = 0;
-  std::unique_ptr<char, decltype(&std::free)> readable(
-      abi::__cxa_demangle(name, nullptr, nullptr, &status), &std::free);
-  return status == 0 && readable ? std::string(readable.get()) : std::string(name);
-}
-
-}  // namespace
 
 bool ModuleSession::open(const std::string& path, std::string& error, unsigned int subsystems) {
   path_ = path.empty() ? qira::host::WirelessModule::default_path() : path;
@@ -43,7 +29,7 @@ void* ModuleSession::resolve(void* linked, std::string& error) const {
   }
   void* address = module_.symbol(info.dli_sname);
   if (address == nullptr) {
-    error = "module " + path_ + " does not export " + demangle(info.dli_sname);
+    error = "module " + path_ + " does not export " + qira::inspect::demangle(info.dli_sname);
   }
   return address;
 }

@@ -1,6 +1,6 @@
 // The ELF reader the interface tests rely on: it refuses what is not a whole
 // ELF object and reads this very test program's own dynamic section right.
-#include "unit/interface/elf_dynamic.h"
+#include "qira/inspect/elf_dynamic.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +10,8 @@
 
 namespace qira::test {
 namespace {
+
+using namespace qira::inspect;
 
 std::vector<unsigned char> file_bytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

@@ -1,12 +1,14 @@
 // The rules of link_policy by table: each kind of symbol and library that the
 // linkage tests accept, and the near misses they must reject.
-#include "unit/interface/link_policy.h"
+#include "qira/inspect/link_policy.h"
 
 #include <elf.h>
 #include <gtest/gtest.h>
 
 namespace qira::test {
 namespace {
+
+using namespace qira::inspect;
 
 DynamicSymbol undefined(const std::string& name, const std::string& version = "",
                         const std::string& from = "", unsigned char binding = STB_GLOBAL) {

@@ -7,11 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "unit/interface/elf_dynamic.h"
-#include "unit/interface/link_policy.h"
+#include "qira/inspect/elf_dynamic.h"
+#include "qira/inspect/link_policy.h"
 
 namespace qira::test {
 namespace {
+
+using namespace qira::inspect;
 
 #ifdef QIRA_SANITIZED_BUILD
 constexpr bool kSanitizedBuild = true;

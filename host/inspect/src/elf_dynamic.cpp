@@ -1,4 +1,4 @@
-#include "unit/interface/elf_dynamic.h"
+#include "qira/inspect/elf_dynamic.h"
 
 #include <cxxabi.h>
 #include <elf.h>
@@ -10,7 +10,7 @@
 #include <map>
 #include <memory>
 
-namespace qira::test {
+namespace qira::inspect {
 
 namespace {
 
@@ -287,4 +287,4 @@ std::string demangle(const std::string& name) {
   return status == 0 && readable ? std::string(readable.get()) : name;
 }
 
-}  // namespace qira::test
+}  // namespace qira::inspect

@@ -1,13 +1,15 @@
 // The dynamic-linking view of a shared object, read from its ELF file: its
 // SONAME, needed libraries and dynamic symbols with their symbol versions.
-// The interface tests compare these with what the module may export and need.
-#ifndef QIRA_TESTS_UNIT_INTERFACE_ELF_DYNAMIC_H
-#define QIRA_TESTS_UNIT_INTERFACE_ELF_DYNAMIC_H
+// The interface tests and `qira-wifi doctor` compare these with what the
+// module may export and need. The file is outside input: every read is
+// bounds-checked and a malformed file is refused, never trusted.
+#ifndef QIRA_INSPECT_ELF_DYNAMIC_H
+#define QIRA_INSPECT_ELF_DYNAMIC_H
 
 #include <string>
 #include <vector>
 
-namespace qira::test {
+namespace qira::inspect {
 
 struct DynamicSymbol {
   std::string name;  // as stored (mangled for C++)
@@ -40,6 +42,6 @@ bool read_elf_dynamic(const std::string& path, DynamicInfo& info, std::string& e
 // The readable form of a C++ symbol name; other names unchanged.
 std::string demangle(const std::string& name);
 
-}  // namespace qira::test
+}  // namespace qira::inspect
 
-#endif  // QIRA_TESTS_UNIT_INTERFACE_ELF_DYNAMIC_H
+#endif  // QIRA_INSPECT_ELF_DYNAMIC_H

@@ -2,14 +2,14 @@
 // libraries of the system runtime, and undefined symbols that the system
 // runtime, libnl or the host library provide. A camera's firmware ships the
 // module beside a host that links libnl; anything else would fail to load there.
-#ifndef QIRA_TESTS_UNIT_INTERFACE_LINK_POLICY_H
-#define QIRA_TESTS_UNIT_INTERFACE_LINK_POLICY_H
+#ifndef QIRA_INSPECT_LINK_POLICY_H
+#define QIRA_INSPECT_LINK_POLICY_H
 
 #include <string>
 
-#include "unit/interface/elf_dynamic.h"
+#include "qira/inspect/elf_dynamic.h"
 
-namespace qira::test {
+namespace qira::inspect {
 
 // Where an undefined symbol of the module is allowed to come from.
 enum class SymbolSource {
@@ -31,6 +31,6 @@ SymbolSource undefined_symbol_source(const DynamicSymbol& symbol, bool sanitized
 // "logInternal(char const*, ...)", the name itself for a C name.
 std::string base_name(const std::string& demangled);
 
-}  // namespace qira::test
+}  // namespace qira::inspect
 
-#endif  // QIRA_TESTS_UNIT_INTERFACE_LINK_POLICY_H
+#endif  // QIRA_INSPECT_LINK_POLICY_H

@@ -1,10 +1,10 @@
-#include "unit/interface/link_policy.h"
+#include "qira/inspect/link_policy.h"
 
 #include <elf.h>
 
 #include <array>
 
-namespace qira::test {
+namespace qira::inspect {
 
 namespace {
 
@@ -106,4 +106,4 @@ SymbolSource undefined_symbol_source(const DynamicSymbol& symbol, bool sanitized
   return SymbolSource::kNotAllowed;
 }
 
-}  // namespace qira::test
+}  // namespace qira::inspect
