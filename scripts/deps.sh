@@ -17,6 +17,7 @@ packages=(
   libgmock-dev
   googletest
   libbenchmark-dev  # bench/
+  nlohmann-json3-dev  # the strict JSON parser of the tests (tests/support/strict_json.cpp)
   iproute2          # ip, for tests that build network namespaces
   wpasupplicant     # the real wpa_supplicant the control client is tested against
   valgrind          # scripts/valgrind.sh, memcheck of the unit suite

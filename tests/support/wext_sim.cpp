@@ -147,6 +147,11 @@ int answer_request(unsigned long request, WextInterfaceModel& model, iwreq& copy
     case SIOCGIWMODE:
       copy.u.mode = model.mode;
       return 0;
+    case SIOCGIWNAME:
+      std::memset(copy.u.name, 0, sizeof(copy.u.name));
+      std::memcpy(copy.u.name, model.protocol.data(),
+                  std::min(model.protocol.size(), sizeof(copy.u.name) - 1));
+      return 0;
     default:
       return EOPNOTSUPP;
   }

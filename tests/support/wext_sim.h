@@ -26,11 +26,12 @@ struct WextInterfaceModel {
   // SIOCGIWRANGE num_frequency as a faulty driver may state it, above the
   // table's 32 entries; unset: the table's size.
   std::optional<std::uint8_t> range_count_stated;
-  std::uint8_t max_quality = 0;  // SIOCGIWRANGE max_qual.qual
-  std::int32_t bitrate = 0;      // SIOCGIWRATE value, bit/s
-  std::int32_t txpower = 0;      // SIOCGIWTXPOW value
-  iw_quality quality{};          // SIOCGIWSTATS qual
-  std::uint32_t mode = 0;        // SIOCGIWMODE
+  std::uint8_t max_quality = 0;          // SIOCGIWRANGE max_qual.qual
+  std::int32_t bitrate = 0;              // SIOCGIWRATE value, bit/s
+  std::int32_t txpower = 0;              // SIOCGIWTXPOW value
+  iw_quality quality{};                  // SIOCGIWSTATS qual
+  std::uint32_t mode = 0;                // SIOCGIWMODE
+  std::string protocol = "IEEE 802.11";  // SIOCGIWNAME, as cfg80211 answers it
 };
 
 // One wireless-extension request as the driver saw it.

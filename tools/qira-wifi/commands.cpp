@@ -52,6 +52,9 @@ const std::vector<Command>& command_table() {
       {"hook", "IFNAME KEY=VALUE...",
        "write the access point's files with these hostapd settings overridden (KEY= removes)", 2,
        std::numeric_limits<std::size_t>::max(), run_hook},
+      {"doctor", "[IFNAME]",
+       "check that this board has what the module relies on (IFNAME: wlan0 by default)", 0, 1,
+       run_doctor},
   };
   return commands;
 }

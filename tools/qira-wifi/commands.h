@@ -18,6 +18,7 @@ enum ExitStatus {
   kExitModuleError = 1,   // the module could not be loaded or lacks a function
   kExitUsage = 2,         // bad options, command or arguments
   kExitActionFailed = 3,  // the module reported that an action (a file, a mode) failed
+  kExitChecksFailed = 1,  // doctor: at least one check failed
 };
 
 // Where a command writes: its answer to `out`, diagnostics to `err`.
@@ -66,6 +67,8 @@ int run_recover(const GlobalOptions& options, const std::vector<std::string>& ar
                 Streams& streams);
 int run_scan(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
 int run_hook(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
+int run_doctor(const GlobalOptions& options, const std::vector<std::string>& args,
+               Streams& streams);
 
 }  // namespace qira::wifi
 

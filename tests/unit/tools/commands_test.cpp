@@ -75,7 +75,9 @@ TEST(Commands, UsageText) {
             "  recover IFNAME [--ap]                 after an aborted scan: reassociate, or "
             "restart hostapd with --ap\n"
             "  hook IFNAME KEY=VALUE...              write the access point's files with these "
-            "hostapd settings overridden (KEY= removes)\n");
+            "hostapd settings overridden (KEY= removes)\n"
+            "  doctor [IFNAME]                       check that this board has what the module "
+            "relies on (IFNAME: wlan0 by default)\n");
 }
 
 TEST(Commands, HelpPrintsUsageOnStdoutAndSucceeds) {
