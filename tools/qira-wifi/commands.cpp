@@ -52,6 +52,10 @@ const std::vector<Command>& command_table() {
       {"hook", "IFNAME KEY=VALUE...",
        "write the access point's files with these hostapd settings overridden (KEY= removes)", 2,
        std::numeric_limits<std::size_t>::max(), run_hook},
+      {"monitor", "IFNAME",
+       "print one timeline of nl80211 and wpa_supplicant events until interrupted, --count N "
+       "events or --timeout MS",
+       1, 1, run_monitor},
       {"doctor", "[IFNAME]",
        "check that this board has what the module relies on (IFNAME: wlan0 by default)", 0, 1,
        run_doctor},

@@ -69,6 +69,8 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
 int run_hook(const GlobalOptions& options, const std::vector<std::string>& args, Streams& streams);
 int run_doctor(const GlobalOptions& options, const std::vector<std::string>& args,
                Streams& streams);
+int run_monitor(const GlobalOptions& options, const std::vector<std::string>& args,
+                Streams& streams);
 
 }  // namespace qira::wifi
 

@@ -26,6 +26,7 @@
 #include "qira/network/netlib_iface.h"
 #include "qira/network/wpa_client.h"
 #include "qira/variant/camera_info.h"
+#include "wpa_event_source.h"
 
 extern char** environ;
 

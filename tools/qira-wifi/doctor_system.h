@@ -15,8 +15,6 @@ namespace qira::wifi {
 constexpr unsigned int kProgramDeadlineMs = 3000;
 // The most of a program's output that is kept.
 constexpr std::size_t kLongestProgramOutput = 64 * 1024;
-// How long the PING of wpa_supplicant's control socket waits for "PONG".
-constexpr unsigned long long kWpaPingTimeoutMs = 1000;
 
 class RealDoctorSystem : public DoctorSystem {
  public:

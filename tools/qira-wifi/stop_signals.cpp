@@ -62,11 +62,29 @@ bool StopSignals::wait(std::chrono::milliseconds timeout) {
 
 StopSignals::Wake StopSignals::wait_readable(int fd,
                                              std::optional<std::chrono::milliseconds> timeout) {
+  std::vector<Readiness> ready;
+  const Wake wake = wait_any({fd}, timeout, ready);
+  if (wake == Wake::readable && ready.front().failed) {
+    return Wake::failed;
+  }
+  return wake;
+}
+
+StopSignals::Wake StopSignals::wait_any(const std::vector<int>& fds,
+                                        std::optional<std::chrono::milliseconds> timeout,
+                                        std::vector<Readiness>& ready) {
   using clock = std::chrono::steady_clock;
   // A flag and a plain time point rather than an optional one: gcc 12 for
   // 32-bit ARM takes the optional's value for possibly uninitialised.
   const bool has_deadline = timeout.has_value();
   const clock::time_point deadline = has_deadline ? clock::now() + *timeout : clock::time_point();
+  // The pipe first (poll() skips it when it could not be made: a negative
+  // descriptor is not watched), then the caller's descriptors.
+  std::vector<pollfd> waiting;
+  waiting.push_back({pipe_[0], POLLIN, 0});
+  for (int fd : fds) {
+    waiting.push_back({fd, POLLIN, 0});
+  }
   while (true) {
     if (stopped_) {
       return Wake::stop;
@@ -77,10 +95,8 @@ StopSignals::Wake StopSignals::wait_readable(int fd,
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
       wait_ms = static_cast<int>(std::clamp<long long>(left.count(), 0, kLongestPoll));
     }
-    pollfd waiting[2] = {{pipe_[0], POLLIN, 0}, {fd, POLLIN, 0}};
-    // Without the pipe (it could not be made) only the descriptor is watched.
-    const int ready = pipe_[0] >= 0 ? ::poll(waiting, 2, wait_ms) : ::poll(&waiting[1], 1, wait_ms);
-    if (ready < 0) {
+    const int count = ::poll(waiting.data(), waiting.size(), wait_ms);
+    if (count < 0) {
       if (errno == EINTR) {
         continue;
       }
@@ -90,14 +106,19 @@ StopSignals::Wake StopSignals::wait_readable(int fd,
       stopped_ = true;
       return Wake::stop;
     }
-    const short events = waiting[1].revents;
-    if ((events & POLLNVAL) != 0 || ((events & POLLHUP) != 0 && (events & POLLIN) == 0)) {
-      return Wake::failed;
+    ready.assign(fds.size(), Readiness{});
+    bool any = false;
+    for (std::size_t i = 0; i < fds.size(); ++i) {
+      const short events = waiting[i + 1].revents;
+      ready[i].failed =
+          (events & POLLNVAL) != 0 || ((events & POLLHUP) != 0 && (events & POLLIN) == 0);
+      ready[i].readable = !ready[i].failed && (events & (POLLIN | POLLERR)) != 0;
+      any = any || ready[i].failed || ready[i].readable;
     }
-    if ((events & (POLLIN | POLLERR)) != 0) {
+    if (any) {
       return Wake::readable;
     }
-    if (ready == 0 && has_deadline && clock::now() >= deadline) {
+    if (count == 0 && has_deadline && clock::now() >= deadline) {
       return Wake::timeout;
     }
   }

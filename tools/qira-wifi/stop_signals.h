@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <optional>
+#include <vector>
 
 namespace qira::wifi {
 
@@ -41,6 +42,18 @@ class StopSignals {
   // spin (which a socket that is readable never lets happen). A signal that
   // interrupts poll() is waited through with the time that is left.
   Wake wait_readable(int fd, std::optional<std::chrono::milliseconds> timeout);
+
+  // What wait_any() saw of one descriptor.
+  struct Readiness {
+    bool readable = false;  // something to read, or a pending error to report
+    bool failed = false;    // not open, or its peer hung up: waiting on it cannot go on
+  };
+  // wait_readable() for several descriptors at once (a negative one is not
+  // watched): Wake::readable when at least one is readable or failed, with
+  // `ready` telling which, one entry per descriptor; Wake::failed only when
+  // poll() itself fails.
+  Wake wait_any(const std::vector<int>& fds, std::optional<std::chrono::milliseconds> timeout,
+                std::vector<Readiness>& ready);
 
  private:
   int pipe_[2] = {-1, -1};

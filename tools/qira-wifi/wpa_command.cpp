@@ -18,6 +18,7 @@
 #include "qira/host_globals.h"
 #include "qira/network/wpa_client.h"
 #include "stop_signals.h"
+#include "wpa_event_source.h"
 
 namespace qira::wifi {
 
@@ -38,7 +39,6 @@ class CommandLog {
   CommandLog& operator=(const CommandLog&) = delete;
 
   // The lines logged since the last take, echoed first with --verbose.
-  // Taking them also keeps a long `wpa-events` run from piling them up.
   std::vector<LogRecord> take() {
     echo();
     std::vector<LogRecord> records = capture_.records();
@@ -69,20 +69,6 @@ int unreachable(const std::string& ifname, CommandLog& log, Streams& streams) {
   streams.err << "qira-wifi: cannot reach the wpa_supplicant of "
               << qira::host::terminal_text(ifname) << ": " << describe_failure(log.take()) << "\n";
   return kExitActionFailed;
-}
-
-// Where `wpa-events` prints, handed to the client as the subscriber's data.
-struct EventPrinter {
-  std::ostream* out;
-  CommandLog* log;
-};
-
-// Subscriber of every event: one line each, written at once so that a
-// reader of a pipe sees events as they come.
-void print_event(network::event_type type, const qira::variant::Variant& payload, void* data) {
-  auto* printer = static_cast<EventPrinter*>(data);
-  printer->log->take();
-  *printer->out << format_event_line(type, payload) << std::flush;
 }
 
 }  // namespace
@@ -136,74 +122,81 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
                    Streams& streams) {
   const std::string& ifname = args.at(0);
   StopSignals signals;
-  CommandLog log(options.verbose, streams.err);
-  // Made before the client so that it outlives it: the client's destructor
-  // detaches, and events that arrive before the reply still reach it.
-  EventPrinter printer{&streams.out, &log};
-  std::optional<network::WpaClient> client(std::in_place);
-  if (!client->Init(ifname)) {
-    return unreachable(ifname, log, streams);
-  }
-  if (!client->Subscribe(&print_event, &printer)) {
-    streams.err << "qira-wifi: the wpa_supplicant of " << qira::host::terminal_text(ifname)
-                << " refused ATTACH\n";
+  WpaEventSource source(ifname);
+  const auto echo_log = [&] {
+    for (const qira::host::LogRecord& record : source.take_log()) {
+      if (options.verbose) {
+        streams.err << qira::host::format_log_record(record) << "\n";
+      }
+    }
+  };
+  std::vector<ReceivedEvent> events;
+  if (source.watch(events) != WpaEventSource::Change::kAttached) {
+    echo_log();
+    if (source.last_refused()) {
+      streams.err << "qira-wifi: the wpa_supplicant of " << qira::host::terminal_text(ifname)
+                  << " refused ATTACH\n";
+    } else {
+      streams.err << "qira-wifi: cannot reach the wpa_supplicant of "
+                  << qira::host::terminal_text(ifname) << ": " << source.last_failure() << "\n";
+    }
     return kExitActionFailed;
   }
-  const unsigned long long started = nowMs();
-  unsigned long long last_ping = started;
-  // The time left of --timeout (or a slice when there is none); 0 once it
-  // has passed.
-  const auto time_left = [&](unsigned long long slice) -> unsigned long long {
-    if (!options.timeout_ms) {
-      return slice;
-    }
-    const unsigned long long elapsed = nowMs() - started;
-    return elapsed >= *options.timeout_ms ? 0 : std::min(slice, *options.timeout_ms - elapsed);
-  };
+  echo_log();
   const auto say = [&](const char* what) {
     streams.err << "qira-wifi: the wpa_supplicant of " << qira::host::terminal_text(ifname) << " "
                 << what << "\n";
     streams.err.flush();
   };
-  while (!signals.requested()) {
-    if (!client) {
-      // Away: a new client tries to attach now and then until one succeeds.
-      const unsigned long long pause = time_left(kReattachPauseMs);
-      if (pause == 0 || signals.wait(std::chrono::milliseconds(pause))) {
+  const auto print_events = [&](const std::vector<ReceivedEvent>& received) {
+    for (const ReceivedEvent& event : received) {
+      // Written at once, so that a reader of a pipe sees events as they come.
+      streams.out << format_event_line(static_cast<network::event_type>(event.type), event.payload)
+                  << std::flush;
+    }
+  };
+  const unsigned long long started = nowMs();
+  while (true) {
+    std::chrono::milliseconds wait = source.poll_interval();
+    if (options.timeout_ms) {
+      const unsigned long long elapsed = nowMs() - started;
+      if (elapsed >= *options.timeout_ms) {
         break;
       }
-      client.emplace();
-      if (client->Init(ifname) && client->Subscribe(&print_event, &printer)) {
-        say("is back: attached again");
-        last_ping = nowMs();
-      } else {
-        client.reset();
-      }
-      log.take();
-      continue;
+      wait = std::min(wait, std::chrono::milliseconds(static_cast<long long>(
+                                std::min(*options.timeout_ms - elapsed, kLongestWaitMs))));
     }
-    const unsigned long long slice = time_left(kEventSliceMs);
-    if (slice == 0) {
+    std::vector<StopSignals::Readiness> ready;
+    const StopSignals::Wake wake = signals.wait_any({source.fd()}, wait, ready);
+    if (wake == StopSignals::Wake::stop) {
+      // What had arrived before the interrupt is still printed.
+      events.clear();
+      source.service(events);
+      print_events(events);
       break;
     }
-    bool answering = client->Service(slice);
-    // A datagram socket does not tell that its peer is gone: a daemon that
-    // was killed leaves the client waiting in silence. A PING now and then
-    // finds out (its send is refused once the daemon's socket is closed).
-    if (answering && client->IsInitialized() && nowMs() - last_ping >= kPingIntervalMs) {
-      last_ping = nowMs();
-      std::string reply;
-      answering = client->Request("PING", reply, kPingTimeoutMs) &&
-                  (!client->IsInitialized() || reply.rfind("PONG", 0) == 0);
+    if (wake == StopSignals::Wake::failed) {
+      streams.err << "qira-wifi: waiting for the wpa_supplicant of "
+                  << qira::host::terminal_text(ifname) << " failed\n";
+      return kExitActionFailed;
     }
-    log.take();
-    if (!client->IsInitialized()) {
+    events.clear();
+    WpaEventSource::Change change = WpaEventSource::Change::kNone;
+    if (wake == StopSignals::Wake::readable) {
+      change = source.service(events);
+    }
+    // A daemon just lost is looked for again only after a pause.
+    if (change == WpaEventSource::Change::kNone) {
+      change = source.watch(events);
+    }
+    print_events(events);
+    echo_log();
+    if (change == WpaEventSource::Change::kStopped) {
       say("is terminating");
-      client.reset();
-    } else if (!answering) {
+    } else if (change == WpaEventSource::Change::kLost) {
       say("does not answer: waiting for it to come back");
-      client.reset();
-      log.take();
+    } else if (change == WpaEventSource::Change::kReattached) {
+      say("is back: attached again");
     }
   }
   return kExitOk;

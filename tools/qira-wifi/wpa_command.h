@@ -14,16 +14,8 @@ namespace qira::wifi {
 
 // How long `wpa` waits for the reply without --timeout (wpa_cli's own wait).
 constexpr unsigned long long kDefaultWpaReplyTimeoutMs = 10000;
-// `wpa-events` pumps the client in slices this long, so that an interrupt
-// or the time-out is noticed promptly.
-constexpr unsigned long long kEventSliceMs = 100;
-// `wpa-events` follows the interface's wpa_supplicant across restarts: it
-// asks for a PING this often (a killed daemon says nothing), waits this long
-// for the PONG, and while the daemon is away tries to attach again after
-// each pause.
-constexpr unsigned long long kPingIntervalMs = 1000;
-constexpr unsigned long long kPingTimeoutMs = 1000;
-constexpr unsigned long long kReattachPauseMs = 250;
+// `wpa-events` waits for the daemon at most this long in one go (a day).
+constexpr unsigned long long kLongestWaitMs = 24ULL * 3600 * 1000;
 
 // One line of `wpa-events`: "<number> <name> <payload as JSON>\n".
 std::string format_event_line(qira::network::event_type type,

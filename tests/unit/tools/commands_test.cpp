@@ -76,6 +76,8 @@ TEST(Commands, UsageText) {
             "restart hostapd with --ap\n"
             "  hook IFNAME KEY=VALUE...              write the access point's files with these "
             "hostapd settings overridden (KEY= removes)\n"
+            "  monitor IFNAME                        print one timeline of nl80211 and "
+            "wpa_supplicant events until interrupted, --count N events or --timeout MS\n"
             "  doctor [IFNAME]                       check that this board has what the module "
             "relies on (IFNAME: wlan0 by default)\n");
 }
