@@ -130,9 +130,12 @@ int run_program(const std::vector<std::string>& args, Streams& streams) {
         std::string("usage: ") + kProgram + " " + command->name + " " + command->arguments,
         streams);
   }
-  // A command whose arguments begin with IFNAME gets it checked here, once,
+  // A command whose arguments begin with IFNAME (or an optional [IFNAME])
+  // gets it checked here, once,
   // before it runs: the name becomes a path and a daemon's argument.
-  if (std::string(command->arguments).rfind(kIfnameValue, 0) == 0) {
+  const std::string arguments = command->arguments;
+  if (!command_args.empty() && (arguments.rfind(kIfnameValue, 0) == 0 ||
+                                arguments.rfind(std::string("[") + kIfnameValue + "]", 0) == 0)) {
     if (std::optional<std::string> fault = check_input(kIfnameValue, command_args.front())) {
       return refuse(streams, *fault);
     }

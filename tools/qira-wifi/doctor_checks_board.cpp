@@ -5,6 +5,7 @@
 
 #include "doctor_checks.h"
 #include "doctor_verdicts.h"
+#include "qira/host/outside_text.h"
 
 namespace qira::wifi {
 
@@ -206,8 +207,9 @@ CheckResult check_wpa_control_folder(const PathFacts& folder) {
 }
 
 CheckResult check_wpa_supplicant(const std::string& ifname, const WpaFacts& facts, bool root) {
-  const std::string subject = "wpa_supplicant of " + shown(ifname);
-  const std::string fix = "start station mode: qira-wifi connect " + shown(ifname);
+  const std::string subject = "wpa_supplicant of " + qira::host::terminal_text(ifname);
+  const std::string fix =
+      "start station mode: qira-wifi connect " + qira::host::terminal_text(ifname);
   if (!facts.socket_exists) {
     return warn(subject, "not running (no control socket)",
                 "station commands fail until it runs (\"Failed to initialize control "

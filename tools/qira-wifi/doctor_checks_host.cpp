@@ -7,6 +7,7 @@
 #include "doctor_checks.h"
 #include "doctor_verdicts.h"
 #include "output.h"
+#include "qira/host/outside_text.h"
 #include "qira/inspect/exported_interface.h"
 #include "qira/inspect/link_policy.h"
 
@@ -15,7 +16,7 @@ namespace qira::wifi {
 namespace doctor {
 
 std::string shown(const std::string& text) {
-  return escape_text(text);
+  return qira::host::terminal_line(text);
 }
 
 std::string name_list(const std::vector<std::string>& names, std::size_t limit) {
@@ -70,7 +71,7 @@ std::string load_fix(const std::string& error) {
 }
 
 std::string interface_subject(const std::string& ifname, const char* what) {
-  return "interface " + shown(ifname) + (what[0] == '\0' ? "" : " ") + what;
+  return "interface " + qira::host::terminal_text(ifname) + (what[0] == '\0' ? "" : " ") + what;
 }
 
 }  // namespace

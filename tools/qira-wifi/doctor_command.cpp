@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "doctor_system.h"
 #include "qira/host/loader.h"
+#include "qira/host/outside_text.h"
 #include "qira/host/seams.h"
 
 namespace qira::wifi {
@@ -98,7 +99,8 @@ int run_doctor(const GlobalOptions& options, const std::vector<std::string>& arg
     }
   }
   if (options.json) {
-    streams.out << doctor_to_variant(ifname, module_path, checks).ToJSON(2) << "\n";
+    streams.out << qira::host::json_safe(doctor_to_variant(ifname, module_path, checks)).ToJSON(2)
+                << "\n";
   } else {
     streams.out << render_doctor_text(checks);
   }

@@ -34,7 +34,7 @@ inline CheckResult not_checked(std::string subject, const std::string& reason) {
 }
 
 // Text from outside (a file name, a program's output, a log line) as a
-// terminal may show it: control bytes and bytes beyond ASCII as \xHH.
+// terminal may show it (qira/host/outside_text.h, terminal_line).
 std::string shown(const std::string& text);
 
 // "a, b, c" of the first `limit` names, then "and N more".

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "output.h"
+#include "qira/host/outside_text.h"
 
 namespace qira::wifi {
 
@@ -16,24 +16,22 @@ constexpr std::size_t kTimeWidth = 8;
 // "wpa_supplicant", the longest source.
 constexpr std::size_t kSourceWidth = 14;
 
-bool needs_quotes(const std::string& text) {
-  if (text.empty()) {
-    return true;
-  }
-  for (unsigned char byte : text) {
-    if (byte <= ' ' || byte >= 0x7f || byte == '"' || byte == '=' || byte == '\\') {
-      return true;
-    }
-  }
-  return false;
-}
-
+// A text value as one word: escaped for the terminal (a backslash itself
+// becomes "\x5c", so an escape cannot be forged), and in double quotes when
+// it is empty or holds a space, "=" or a quote (which becomes "\x22").
 std::string value_text(const Variant& value) {
   if (!qira::variant::IsStringType(value.Type())) {
-    return value.ToJSON();
+    return qira::host::json_safe(value).ToJSON();
   }
-  const std::string& text = value;
-  return needs_quotes(text) ? "\"" + escape_text(text) + "\"" : text;
+  const std::string text = qira::host::terminal_line(static_cast<const std::string&>(value));
+  if (!text.empty() && text.find_first_of(" \t=\"") == std::string::npos) {
+    return text;
+  }
+  std::string quoted = "\"";
+  for (char c : text) {
+    quoted += c == '"' ? std::string("\\x22") : std::string(1, c);
+  }
+  return quoted + "\"";
 }
 
 }  // namespace
@@ -49,7 +47,7 @@ std::string render_timeline_text(const TimelineEntry& entry) {
   if (const Variant::Map* members = entry.payload.AsMap()) {
     for (const auto& [key, value] : *members) {
       if (key != "eventName") {
-        line += " " + escape_text(key) + "=" + value_text(value);
+        line += " " + qira::host::terminal_text(key) + "=" + value_text(value);
       }
     }
   }
@@ -64,7 +62,7 @@ std::string render_timeline_json(const TimelineEntry& entry) {
     line["type"] = *entry.type;
   }
   line["name"] = entry.name;
-  line["payload"] = entry.payload;
+  line["payload"] = qira::host::json_safe(entry.payload);
   if (!qira::variant::IsMapType(line["payload"].Type())) {
     line["payload"].IsArray(false);
   }

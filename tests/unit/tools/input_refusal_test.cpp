@@ -274,6 +274,8 @@ std::vector<Args> commands_with(const std::string& name) {
       {"disconnect", name, "--vendor"},
       {"recover", name, "--ap"},
       {"hook", name, "channel=6"},
+      {"monitor", name, "--timeout", "10"},
+      {"doctor", name},
   };
 }
 
@@ -286,7 +288,8 @@ TEST_F(InputRefusal, InterfaceNamesTheKernelRefusesAreRefusedByEveryCommand) {
   }
 }
 
-// Every command of the table whose arguments begin with IFNAME is tried.
+// Every command of the table whose arguments begin with IFNAME (or an
+// optional [IFNAME]) is tried.
 TEST(InputTable, EveryCommandTakingAnInterfaceIsTried) {
   std::set<std::string> tried;
   for (const Args& args : commands_with("x")) {
@@ -294,7 +297,9 @@ TEST(InputTable, EveryCommandTakingAnInterfaceIsTried) {
   }
   std::set<std::string> taking;
   for (const Command& command : command_table()) {
-    if (std::string(command.arguments).rfind(kIfnameValue, 0) == 0) {
+    const std::string arguments = command.arguments;
+    if (arguments.rfind(kIfnameValue, 0) == 0 ||
+        arguments.rfind(std::string("[") + kIfnameValue + "]", 0) == 0) {
       taking.insert(command.name);
     }
   }

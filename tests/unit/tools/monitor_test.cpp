@@ -71,7 +71,7 @@ TEST(MonitorTimeline, TextValuesThatNeedItAreQuotedAndEscaped) {
   entry.payload["by"] = "a=b";
   EXPECT_EQ(render_timeline_text(entry),
             "       7 wpa_supplicant wpa_waiting by=\"a=b\" empty=\"\" ifname=wlan0 "
-            "reason=\"no control socket\" ssid=\"a\\\"b\\x1b\"");
+            "reason=\"no control socket\" ssid=\"a\\x22b\\x1b\"");
 }
 
 TEST(MonitorTimeline, AnEventAsJson) {
