@@ -6,6 +6,11 @@ show() { # show COMMAND...: prints the command line, then runs it
   echo "camera# $*"
   "$@"
 }
+show_sh() { # show_sh "COMMAND | FILTER": like show, for a shell line
+  echo
+  echo "camera# $1"
+  sh -c "$1"
+}
 
 echo
 echo "=== The virtual camera: $(uname -r), simulated radios from mac80211_hwsim"

@@ -11,11 +11,6 @@ phone_show() { # phone_show COMMAND...: like show, in the phone's namespace
   echo "phone# $*"
   in_phone "$@"
 }
-show_sh() { # show_sh "COMMAND | FILTER": like show, for a shell line
-  echo
-  echo "camera# $1"
-  sh -c "$1"
-}
 
 echo
 echo "=== The setup flow: the camera's own access point, a phone, then the home network"
