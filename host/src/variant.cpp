@@ -188,8 +188,21 @@ void Variant::set_type(VariantType type) {
   }
 }
 
+// Copies the text once, straight into the value's string: event payloads
+// assign most of their texts this way, and a temporary string would cost a
+// second allocation for every text longer than the string's inline buffer.
 Variant& Variant::operator=(const char* value) {
-  return *this = std::string(value != nullptr ? value : "");
+  const char* text = value != nullptr ? value : "";
+  if (type_ == V_STRING) {
+    value_.s->assign(text);
+  } else {
+    // Copy first: `value` may point into this value's own content.
+    std::string* copy = new std::string(text);
+    Free();
+    type_ = V_STRING;
+    value_.s = copy;
+  }
+  return *this;
 }
 
 Variant& Variant::operator=(const std::string& value) {
