@@ -3,13 +3,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "netlib_events/event_text_table.h"
 #include "netlib_events/mac_text.h"
 #include "qira/network/event_text.h"
 
 namespace {
 
-using qira::network::events::format_mac;
 using qira::network::events::kMacLength;
+using qira::network::events::kMacTextSize;
+using qira::network::events::reason_text;
+using qira::network::events::status_text;
+using qira::network::events::write_mac;
 
 // Offsets into a management frame as sent on the air (IEEE 802.11 header:
 // frame control, duration, address 1, address 2, address 3, sequence).
@@ -43,7 +47,7 @@ unsigned short read_le16(const std::uint8_t* bytes, std::size_t offset) {
 // the decoder never reads past the attribute, and every frame long enough
 // for its field decodes as it always has.
 void put_code(const std::uint8_t* bytes, std::size_t length, std::size_t offset,
-              const char* number_key, const char* text_key, std::string (*describe)(unsigned short),
+              const char* number_key, const char* text_key, const char* (*describe)(unsigned short),
               qira::variant::Variant& payload) {
   if (length < offset + sizeof(std::uint16_t)) {
     return;
@@ -68,21 +72,23 @@ void parse_frame(nlattr* frame, qira::variant::Variant& payload) {
   const std::size_t length = static_cast<std::size_t>(attribute_length);
   const auto* bytes = static_cast<const std::uint8_t*>(nla_data(frame));
   static_assert(kTransmitterOffset + kMacLength <= kShortestFrame, "addresses lie in the header");
-  payload["from"] = format_mac(bytes + kTransmitterOffset);
-  payload["to"] = format_mac(bytes + kReceiverOffset);
+  char address[kMacTextSize];
+  write_mac(bytes + kTransmitterOffset, address);
+  payload["from"] = address;
+  write_mac(bytes + kReceiverOffset, address);
+  payload["to"] = address;
   switch (bytes[0] & kTypeSubtypeMask) {
     case kAssociationResponse:
     case kReassociationResponse:
-      put_code(bytes, length, kResponseStatusOffset, "status", "status_str", get_status_str,
-               payload);
+      put_code(bytes, length, kResponseStatusOffset, "status", "status_str", status_text, payload);
       break;
     case kAuthentication:
-      put_code(bytes, length, kAuthenticationStatusOffset, "status", "status_str", get_status_str,
+      put_code(bytes, length, kAuthenticationStatusOffset, "status", "status_str", status_text,
                payload);
       break;
     case kDisassociation:
     case kDeauthentication:
-      put_code(bytes, length, kReasonOffset, "reason", "reason_str", get_reason_str, payload);
+      put_code(bytes, length, kReasonOffset, "reason", "reason_str", reason_text, payload);
       break;
     default:
       break;

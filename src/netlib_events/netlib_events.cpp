@@ -8,6 +8,7 @@
 #include <netlink/handlers.h>
 #include <netlink/socket.h>
 
+#include <cstddef>
 #include <new>
 #include <vector>
 
@@ -30,6 +31,8 @@ constexpr const char kNl80211Family[] = "nl80211";
 // Joined in this order; a failure stops at the group that failed.
 constexpr const char* kMulticastGroups[] = {"config", "scan", "regulatory", "mlme"};
 constexpr int kSocketBufferSize = 8192;
+// Subscribers whose identifiers a dispatch lists without allocating.
+constexpr std::size_t kSubscribersOnStack = 8;
 
 events_state* state_of(void* ctx) {
   return static_cast<events_state*>(frame::as_context(ctx)->wireless_events);
@@ -242,14 +245,24 @@ bool netlib_libevents_wireless_service(void* ctx) {
     // A subscriber may unsubscribe itself or another from its callback: the
     // identifiers to call are fixed first, and each is looked up again just
     // before its call, so a removed subscriber is not called any more and
-    // one added during the dispatch waits for the next event.
-    std::vector<unsigned int> ids;
-    ids.reserve(state->subscribers.size());
-    for (const auto& entry : state->subscribers) {
-      ids.push_back(entry.first);
+    // one added during the dispatch waits for the next event. The
+    // identifiers of a few subscribers (the usual case: the scan module and
+    // one application) are kept on the stack, so that an event allocates
+    // nothing for its dispatch.
+    const std::size_t count = state->subscribers.size();
+    unsigned int few[kSubscribersOnStack];
+    std::vector<unsigned int> many;
+    unsigned int* ids = few;
+    if (count > kSubscribersOnStack) {
+      many.resize(count);
+      ids = many.data();
     }
-    for (const unsigned int id : ids) {
-      const auto found = state->subscribers.find(id);
+    std::size_t listed = 0;
+    for (const auto& entry : state->subscribers) {
+      ids[listed++] = entry.first;
+    }
+    for (std::size_t i = 0; i < listed; ++i) {
+      const auto found = state->subscribers.find(ids[i]);
       if (found != state->subscribers.end()) {
         const events::subscriber call = found->second;
         call.first(state->event_type, state->payload, call.second);

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 
+#include "netlib_events/event_text_table.h"
 #include "netlib_events/mac_text.h"
 #include "qira/network/event_text.h"
 
@@ -70,16 +71,19 @@ std::optional<std::string> read_string(const nlattr* attribute) {
   return std::string(text, strnlen(text, static_cast<std::size_t>(nla_len(attribute))));
 }
 
-std::optional<std::string> read_mac(const nlattr* attribute) {
+// The MAC text of `attribute` into `text`; false, leaving `text` alone,
+// when the attribute is absent or too short.
+bool read_mac(const nlattr* attribute, char (&text)[kMacTextSize]) {
   if (attribute == nullptr || nla_len(attribute) < static_cast<int>(kMacLength)) {
-    return std::nullopt;
+    return false;
   }
-  return format_mac(static_cast<const std::uint8_t*>(nla_data(attribute)));
+  write_mac(static_cast<const std::uint8_t*>(nla_data(attribute)), text);
+  return true;
 }
 
 void put_common_keys(std::uint8_t command, const attribute_table& attributes, Variant& payload) {
   payload["eventId"] = static_cast<int>(command);
-  payload["eventName"] = command_name(static_cast<nl80211_commands>(command));
+  payload["eventName"] = command_text(command);
   if (const std::optional<std::uint32_t> ifindex = read_u32(attributes[NL80211_ATTR_IFINDEX])) {
     // An index the system no longer knows (the interface went away before
     // the notification was read) keeps its number with an empty name.
@@ -106,7 +110,9 @@ void put_wiphy_name(const attribute_table& attributes, Variant& payload) {
 }
 
 void put_station(const attribute_table& attributes, Variant& payload) {
-  payload["station"] = read_mac(attributes[NL80211_ATTR_MAC]).value_or("");
+  char station[kMacTextSize] = "";
+  read_mac(attributes[NL80211_ATTR_MAC], station);
+  payload["station"] = station;
 }
 
 // A notification without the regulatory type reads as an unknown type, the
@@ -133,7 +139,7 @@ void put_regulatory_change(const attribute_table& attributes, Variant& payload) 
   }
   if (const std::optional<std::uint8_t> initiator =
           read_u8(attributes[NL80211_ATTR_REG_INITIATOR])) {
-    payload["requestBy"] = reg_initiator_to_string(*initiator);
+    payload["requestBy"] = initiator_text(*initiator);
   }
 }
 
@@ -154,12 +160,13 @@ void put_connect_result(const attribute_table& attributes, Variant& payload) {
   payload["status_str"] = "";
   if (const std::optional<std::uint16_t> status = read_u16(attributes[NL80211_ATTR_STATUS_CODE])) {
     payload["status"] = static_cast<unsigned short>(*status);
-    payload["status_str"] = *status != 0 ? get_status_str(*status) : "connected";
+    payload["status_str"] = *status != 0 ? status_text(*status) : "connected";
   } else {
     payload["status_str"] = "unknown";
   }
-  if (const std::optional<std::string> mac = read_mac(attributes[NL80211_ATTR_MAC])) {
-    payload["mac"] = *mac;
+  char mac[kMacTextSize];
+  if (read_mac(attributes[NL80211_ATTR_MAC], mac)) {
+    payload["mac"] = mac;
   }
 }
 
@@ -168,7 +175,7 @@ void put_connect_result(const attribute_table& attributes, Variant& payload) {
 void put_disconnect(const attribute_table& attributes, Variant& payload) {
   payload["by"] = attributes[NL80211_ATTR_DISCONNECTED_BY_AP] != nullptr ? "AP" : "Local request";
   if (const std::optional<std::uint16_t> reason = read_u16(attributes[NL80211_ATTR_REASON_CODE])) {
-    payload["reason"] = get_reason_str(*reason);
+    payload["reason"] = reason_text(*reason);
   }
 }
 
