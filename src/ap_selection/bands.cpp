@@ -2,6 +2,7 @@
 // two frequencies by band and the band names.
 #include <cstdint>
 
+#include "ap_selection/selection_rules.h"
 #include "qira/network/ap_selection.h"
 
 namespace {
@@ -14,8 +15,6 @@ constexpr unsigned int k3_6GhzLowest = 3650;
 constexpr unsigned int k3_6GhzHighest = 3700;
 constexpr unsigned int k4_9GhzLowest = 4940;
 constexpr unsigned int k4_9GhzHighest = 4990;
-constexpr unsigned int k5GhzLowest = 5004;
-constexpr unsigned int k5GhzHighest = 5849;
 constexpr unsigned int k5_9GhzLowest = 5850;
 constexpr unsigned int k5_9GhzHighest = 5925;
 constexpr unsigned int k60GhzLowest = 57240;  // open above
@@ -59,10 +58,7 @@ int is_4_9_ghz_band(unsigned int freq) {
 }
 
 int is_5_ghz_band(unsigned int freq) {
-  // The offset from the band's start is taken in 16 bits, as callers have
-  // always seen it: values 65536 (or a multiple) above the band also answer 1.
-  const auto offset = static_cast<std::uint16_t>(freq - k5GhzLowest);
-  return offset <= k5GhzHighest - k5GhzLowest ? 1 : 0;
+  return qira::network::selection::in_5_ghz_band(freq) ? 1 : 0;
 }
 
 int is_5_9_ghz_band(unsigned int freq) {

@@ -3,6 +3,7 @@
 // ordering and sameness used to sort and de-duplicate the scan list.
 #include <cstring>
 
+#include "ap_selection/selection_rules.h"
 #include "qira/network/ap_selection.h"
 
 namespace {
@@ -31,7 +32,50 @@ int compare_ssid(const ap_node* a, const ap_node* b) {
   return std::strncmp(a->ssid, b->ssid, sizeof a->ssid);
 }
 
+// ap_supports_wpa2 of a node that is not null.
+bool supports_wpa2(const ap_node& node) {
+  return node.encrypted != 0 && (node.wpa_version == kWpa2 || node.wpa_version == kWpaAndWpa2);
+}
+
 }  // namespace
+
+namespace qira::network::selection {
+
+int weigh_nodes(const ap_node& a, const ap_node& b) {
+  const bool a_wpa2 = supports_wpa2(a);
+  const bool b_wpa2 = supports_wpa2(b);
+  if (a_wpa2 && !b_wpa2) {
+    return 1;
+  }
+  if (b_wpa2 && !a_wpa2) {
+    return -1;
+  }
+  if (a.encrypted != 0 && b.encrypted == 0) {
+    return 1;
+  }
+  if (b.encrypted != 0 && a.encrypted == 0) {
+    return -1;
+  }
+  const int signal_difference = static_cast<int>(b.signal) - static_cast<int>(a.signal);
+  const int quality_difference = static_cast<int>(b.quality) - static_cast<int>(a.quality);
+  if (within(signal_difference, kComparableSignal) ||
+      within(quality_difference, kComparableQuality)) {
+    const bool a_5_ghz = in_5_ghz_band(a.frequency);
+    const bool b_5_ghz = in_5_ghz_band(b.frequency);
+    if (a_5_ghz && !b_5_ghz) {
+      return 1;
+    }
+    if (b_5_ghz && !a_5_ghz) {
+      return -1;
+    }
+  }
+  if (a.signal != b.signal) {
+    return order(a.signal, b.signal);
+  }
+  return order(a.quality, b.quality);
+}
+
+}  // namespace qira::network::selection
 
 extern "C" {
 
@@ -60,44 +104,14 @@ int ap_weight_function(const ap_node* a, const ap_node* b) {
   if (a == nullptr || b == nullptr) {
     return 0;
   }
-  const int a_wpa2 = ap_supports_wpa2(a);
-  const int b_wpa2 = ap_supports_wpa2(b);
-  if (a_wpa2 != 0 && b_wpa2 == 0) {
-    return 1;
-  }
-  if (b_wpa2 != 0 && a_wpa2 == 0) {
-    return -1;
-  }
-  if (a->encrypted != 0 && b->encrypted == 0) {
-    return 1;
-  }
-  if (b->encrypted != 0 && a->encrypted == 0) {
-    return -1;
-  }
-  const int signal_difference = static_cast<int>(b->signal) - static_cast<int>(a->signal);
-  const int quality_difference = static_cast<int>(b->quality) - static_cast<int>(a->quality);
-  if (within(signal_difference, kComparableSignal) ||
-      within(quality_difference, kComparableQuality)) {
-    const int a_5_ghz = is_5_ghz_band(a->frequency);
-    const int b_5_ghz = is_5_ghz_band(b->frequency);
-    if (a_5_ghz != 0 && b_5_ghz == 0) {
-      return 1;
-    }
-    if (b_5_ghz != 0 && a_5_ghz == 0) {
-      return -1;
-    }
-  }
-  if (a->signal != b->signal) {
-    return order(a->signal, b->signal);
-  }
-  return order(a->quality, b->quality);
+  return qira::network::selection::weigh_nodes(*a, *b);
 }
 
 int node_weight_function(const ap_node* a, const ap_node* b) {
   if (a == nullptr || b == nullptr) {
     return 0;
   }
-  return ap_weight_function(a, b);
+  return qira::network::selection::weigh_nodes(*a, *b);
 }
 
 int ap_less(const ap_node* a, const ap_node* b) {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ap_selection/selection_rules.h"
 #include "qira/network/ap_selection.h"
 
 namespace {
@@ -91,15 +92,27 @@ ap_node** next_free_slot(scan_list* list) {
   return &list->items[list->count];
 }
 
-// qsort's comparator over node pointers: same access points compare equal,
-// so the ranking between them is not consulted here.
+// qsort's comparator over node pointers: 0 for the same access point
+// (ap_same), -1 when `a` sorts first (ap_less), 1 otherwise; same access
+// points compare equal, so the ranking between them is not consulted here.
+// The keys are compared once, in ap_less's order (SSID, channel, frequency),
+// rather than once by ap_same and again by ap_less: the answers, and so
+// qsort's moves and the node each run keeps, are the same, for half the
+// work. Every slot below the count holds a node, so neither is null.
 int compare_nodes(const void* left, const void* right) {
   const ap_node* a = *static_cast<const ap_node* const*>(left);
   const ap_node* b = *static_cast<const ap_node* const*>(right);
-  if (ap_same(a, b) != 0) {
-    return 0;
+  const int ssid_order = std::strncmp(a->ssid, b->ssid, sizeof a->ssid);
+  if (ssid_order != 0) {
+    return ssid_order < 0 ? -1 : 1;
   }
-  return ap_less(a, b) != 0 ? -1 : 1;
+  if (a->channel != b->channel) {
+    return a->channel < b->channel ? -1 : 1;
+  }
+  if (a->frequency != b->frequency) {
+    return a->frequency < b->frequency ? -1 : 1;
+  }
+  return 0;
 }
 
 }  // namespace
@@ -138,15 +151,18 @@ ap_node** search_node_to_replace(scan_list* list, const scan_entry* entry) {
   if (list == nullptr || entry == nullptr || list->count == 0) {
     return nullptr;
   }
+  // node_weight_function's ranking, by direct calls: every slot below the
+  // count holds a node.
+  using qira::network::selection::weigh_nodes;
   std::uint16_t worst = 0;
   for (std::uint16_t slot = 1; slot < list->count; ++slot) {
-    if (node_weight_function(list->items[slot], list->items[worst]) < 0) {
+    if (weigh_nodes(*list->items[slot], *list->items[worst]) < 0) {
       worst = slot;
     }
   }
   ap_node candidate;
   make_ap_from_entry(entry, &candidate);
-  if (node_weight_function(&candidate, list->items[worst]) > 0) {
+  if (weigh_nodes(candidate, *list->items[worst]) > 0) {
     return &list->items[worst];
   }
   return nullptr;

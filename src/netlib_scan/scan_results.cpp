@@ -1,7 +1,6 @@
 // The host's view of the last scan: the collected scan list, de-duplicated
 // and ranked, turned into ap_info records, after recovering the radio from
 // an aborted scan.
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "frame/context.h"
 #include "frame/module_log.h"
 #include "netlib_events/events_state.h"
+#include "netlib_events/mac_text.h"
 #include "netlib_scan/scan_state.h"
 #include "qira/network/ap_selection.h"
 #include "qira/network/netlib_netm.h"
@@ -21,9 +21,6 @@ namespace {
 using frame::kLogError;
 using frame::kLogWarning;
 using scan::scan_state;
-
-// "xx:xx:xx:xx:xx:xx" and its NUL, with one byte to spare.
-constexpr std::size_t kBssidTextSize = 19;
 
 scan_state* state_of(void* ctx) {
   return static_cast<scan_state*>(frame::as_context(ctx)->wireless_scan);
@@ -61,10 +58,9 @@ bool check(void* ctx) {
 // Fills every member of `record` from `node` but the reserved words and the
 // children.
 void fill_record(const ap_node& node, ap_info& record) {
-  char bssid[kBssidTextSize];
-  std::snprintf(bssid, sizeof(bssid), "%02x:%02x:%02x:%02x:%02x:%02x", node.bssid[0], node.bssid[1],
-                node.bssid[2], node.bssid[3], node.bssid[4], node.bssid[5]);
-  record.bssid = bssid;
+  char bssid[events::kMacTextSize];
+  events::write_mac(node.bssid, bssid);
+  record.bssid.assign(bssid, events::kMacTextLength);
   record.ssid.assign(node.ssid, strnlen(node.ssid, sizeof(node.ssid)));
   record.mode = node.mode;
   record.channel = node.channel;

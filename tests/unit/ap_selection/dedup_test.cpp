@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
 #include <string>
 #include <vector>
@@ -119,6 +120,48 @@ TEST_F(Dedup, SecondDedupChangesNothing) {
   const std::vector<ap_node*> once(list_->items, list_->items + list_->count);
   dedup_scanlist(&list_);
   EXPECT_EQ(std::vector<ap_node*>(list_->items, list_->items + list_->count), once);
+}
+
+// The sort's comparator as the selection functions define it: 0 for the same
+// access point, -1 when the first sorts before the second, else 1.
+int ranking_comparator(const void* left, const void* right) {
+  const ap_node* a = *static_cast<const ap_node* const*>(left);
+  const ap_node* b = *static_cast<const ap_node* const*>(right);
+  if (ap_same(a, b) != 0) {
+    return 0;
+  }
+  return ap_less(a, b) != 0 ? -1 : 1;
+}
+
+// Which node of a run survives depends on the moves the C library's qsort
+// makes, which depend on every answer of the comparator: de-duplication
+// keeps, node for node, what qsort with ap_same and ap_less and the walk over
+// the runs keep, on a full list of many runs in scattered order.
+TEST_F(Dedup, KeepsTheNodesThatSortingWithApSameAndApLessKeeps) {
+  const char* const ssids[] = {"home", "home-5G", "cafe", "Cafe", "", "home2", "h"};
+  std::vector<NodeSpec> nodes;
+  unsigned int seed = 12345;
+  for (std::uint8_t tail = 0; tail < 100; ++tail) {
+    seed = seed * 1103515245u + 12345u;
+    const unsigned int pick = seed >> 16;
+    const std::uint8_t channel = static_cast<std::uint8_t>(1 + pick % 3);
+    nodes.push_back(bss(ssids[pick % 7], channel,
+                        static_cast<std::uint16_t>(2407 + 5 * channel + (pick >> 5) % 2), tail,
+                        static_cast<std::uint8_t>(pick >> 8)));
+  }
+  list_ = make_list(nodes);
+  std::vector<ap_node*> expected(list_->items, list_->items + list_->count);
+  std::qsort(expected.data(), expected.size(), sizeof(ap_node*), ranking_comparator);
+  std::vector<ap_node*> kept = {expected[0]};
+  for (ap_node* node : expected) {
+    if (ap_same(kept.back(), node) == 0) {
+      kept.push_back(node);
+    }
+  }
+  dedup_scanlist(&list_);
+  // 7 SSIDs, 3 channels, 2 frequencies each: at most 42 runs of 100 nodes.
+  ASSERT_LE(kept.size(), 42u);
+  EXPECT_EQ(std::vector<ap_node*>(list_->items, list_->items + list_->count), kept);
 }
 
 }  // namespace
