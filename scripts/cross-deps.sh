@@ -12,7 +12,9 @@ if [ "${#architectures[@]}" -eq 0 ]; then
   architectures=(armhf arm64)
 fi
 
-packages=(qemu-user-static)
+# nlohmann-json3-dev is header-only (Architecture: all): one copy serves
+# every target.
+packages=(qemu-user-static nlohmann-json3-dev)
 for architecture in "${architectures[@]}"; do
   case "$architecture" in
     armhf) triplet=arm-linux-gnueabihf ;;
@@ -24,6 +26,7 @@ for architecture in "${architectures[@]}"; do
     "libstdc++6:$architecture"   # the emulated programs' runtime, where their loader looks
     "libnl-3-dev:$architecture"
     "libnl-genl-3-dev:$architecture"
+    "libnl-route-3-dev:$architecture"
     "libgtest-dev:$architecture"
     "libgmock-dev:$architecture"
   )

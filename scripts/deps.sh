@@ -13,6 +13,8 @@ packages=(
   libclang-rt-14-dev  # clang's sanitizer and libFuzzer runtimes (fuzz/)
   libnl-3-dev
   libnl-genl-3-dev
+  libnl-route-3-dev   # the reference host's address removal (libnl's route library)
+  nlohmann-json3-dev  # the reference host's JSON reader (header-only)
   libgtest-dev
   libgmock-dev
   googletest

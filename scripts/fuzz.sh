@@ -13,7 +13,8 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 seconds="${1:-20}"
 shift || true
 build_dir="${QIRA_FUZZ_BUILD_DIR:-$root/build/fuzz}"
-all_targets=(fuzz_wpa_event fuzz_frame fuzz_notification fuzz_scan_results fuzz_variant_kvp)
+all_targets=(fuzz_wpa_event fuzz_frame fuzz_notification fuzz_scan_results fuzz_variant_kvp
+  fuzz_variant_json)
 if [ "$#" -gt 0 ]; then
   targets=("$@")
 else

@@ -1,12 +1,12 @@
-// Address removal over a raw NETLINK_ROUTE socket (the host links libnl's
-// generic netlink part only).
+// Address removal over NETLINK_ROUTE, through libnl's route library.
 #ifndef QIRA_HOST_SRC_ROUTE_NETLINK_H
 #define QIRA_HOST_SRC_ROUTE_NETLINK_H
 
 namespace qira::host::internal {
 
 // Removes every IPv4 address of the interface with index `ifindex`, in the
-// network namespace of the calling thread. 0 on success, else an errno value.
+// network namespace of the calling thread. 0 on success, else an errno value
+// (ETIMEDOUT when the kernel's reply does not come within a few seconds).
 int flush_ipv4_addresses(unsigned int ifindex);
 
 }  // namespace qira::host::internal

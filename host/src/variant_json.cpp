@@ -1,10 +1,12 @@
-// JSON text of a Variant, and a strict JSON parser (RFC 8259) into one.
-#include <cerrno>
+// JSON text of a Variant, and the strict reading of JSON text into one
+// through nlohmann-json (the project's one JSON parser of outside input).
+#include <nlohmann/json.hpp>
+
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "qira/host/outside_text.h"
 #include "qira/variant/variant.h"
@@ -91,392 +93,125 @@ void append_json(std::string& out, const Variant& value, int indent, int depth) 
   }
 }
 
-// Recursive-descent parser over the whole text; stops at the first error.
-class JsonParser {
+// Builds a Variant from nlohmann-json's strict parser (RFC 8259, UTF-8
+// checked, no comments), event by event, so that no intermediate document
+// is built and the nesting is bounded here.
+class VariantBuilder : public nlohmann::json_sax<nlohmann::json> {
  public:
-  explicit JsonParser(const std::string& text) : text_(text) {}
-
-  bool parse(Variant& out) {
-    skip_space();
-    if (!parse_value(out, 0)) {
-      return false;
-    }
-    skip_space();
-    if (pos_ != text_.size()) {
-      return fail("unexpected text after the value");
+  bool null() override {
+    slot().Free();
+    return true;
+  }
+  bool boolean(bool value) override {
+    slot() = value;
+    return true;
+  }
+  bool number_integer(number_integer_t value) override {
+    slot() = static_cast<long long>(value);
+    return true;
+  }
+  // Non-negative integers keep the signed type while they fit in it.
+  bool number_unsigned(number_unsigned_t value) override {
+    if (value <= static_cast<number_unsigned_t>(std::numeric_limits<long long>::max())) {
+      slot() = static_cast<long long>(value);
+    } else {
+      slot() = static_cast<unsigned long long>(value);
     }
     return true;
   }
+  // A number past a double's range ("1e400") has no value to keep, and
+  // JSON no infinity to write it back as (the parser refuses it first).
+  bool number_float(number_float_t value, const string_t& text) override {
+    if (!std::isfinite(value)) {
+      return fail("number out of range: " + text);
+    }
+    slot() = static_cast<double>(value);
+    return true;
+  }
+  bool string(string_t& value) override {
+    slot() = value;
+    return true;
+  }
+  bool binary(binary_t& /*value*/) override {
+    return fail("binary values are not JSON");  // only the binary formats produce them
+  }
+  bool start_object(std::size_t /*elements*/) override { return open(false); }
+  bool key(string_t& key) override {
+    key_ = key;
+    return true;
+  }
+  bool end_object() override { return close(); }
+  bool start_array(std::size_t /*elements*/) override { return open(true); }
+  bool end_array() override { return close(); }
+  bool parse_error(std::size_t position, const std::string& /*last_token*/,
+                   const nlohmann::detail::exception& exception) override {
+    // "[json.exception.parse_error.101] parse error at line 1, column 2: ..."
+    // becomes "line 1, column 2: ...": where, for the person editing the file.
+    // Other errors ("[json.exception.out_of_range.406] number overflow ...")
+    // say "byte N: ..." instead.
+    std::string what = exception.what();
+    const std::string::size_type kind_end = what.find("] ");
+    if (kind_end != std::string::npos) {
+      what.erase(0, kind_end + 2);
+    }
+    const std::string place = "parse error at ";
+    if (what.rfind(place, 0) == 0) {
+      what.erase(0, place.size());
+    } else {
+      what = "byte " + std::to_string(position) + ": " + what;
+    }
+    return fail(what);
+  }
 
+  Variant& result() { return root_; }
   const std::string& error() const { return error_; }
 
  private:
-  // Deep enough for any configuration, shallow enough for the stack.
-  static constexpr int kMaxDepth = 256;
+  // Deep enough for any configuration, shallow enough for the stack of a
+  // later recursive walk (ToJSON, the destructor).
+  static constexpr std::size_t kMaxDepth = 256;
 
-  bool fail(const char* what) {
+  // Where the next value goes: the root, the next element of the open
+  // array, or the member of the open object named by the last key.
+  Variant& slot() {
+    if (open_.empty()) {
+      return root_;
+    }
+    Variant& container = *open_.back();
+    if (container.Type() == V_ARRAY) {
+      return container.Append(Variant());
+    }
+    return container[key_];
+  }
+
+  // A container's address stays valid while it is open: its parent gains
+  // no member before it is closed.
+  bool open(bool array) {
+    if (open_.size() >= kMaxDepth) {
+      return fail("nesting deeper than " + std::to_string(kMaxDepth) + " levels");
+    }
+    Variant& container = slot();
+    container.Free();
+    container.IsArray(array);
+    open_.push_back(&container);
+    return true;
+  }
+
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+
+  bool fail(const std::string& what) {
     if (error_.empty()) {
-      error_ = "offset " + std::to_string(pos_) + ": " + what;
+      error_ = what;
     }
     return false;
   }
 
-  bool at_end() const { return pos_ >= text_.size(); }
-  char peek() const { return at_end() ? '\0' : text_[pos_]; }
-
-  void skip_space() {
-    while (!at_end() && (text_[pos_] == ' ' || text_[pos_] == '\t' || text_[pos_] == '\n' ||
-                         text_[pos_] == '\r')) {
-      ++pos_;
-    }
-  }
-
-  bool parse_literal(const char* word) {
-    std::string expected(word);
-    if (text_.compare(pos_, expected.size(), expected) != 0) {
-      return fail("invalid literal");
-    }
-    pos_ += expected.size();
-    return true;
-  }
-
-  bool parse_value(Variant& out, int depth) {
-    if (depth > kMaxDepth) {
-      return fail("nesting too deep");
-    }
-    switch (peek()) {
-      case '{':
-        return parse_object(out, depth);
-      case '[':
-        return parse_array(out, depth);
-      case '"': {
-        std::string text;
-        if (!parse_string(text)) {
-          return false;
-        }
-        out = text;
-        return true;
-      }
-      case 't':
-        out = true;
-        return parse_literal("true");
-      case 'f':
-        out = false;
-        return parse_literal("false");
-      case 'n':
-        out.Free();
-        return parse_literal("null");
-      default:
-        if (peek() == '-' || (peek() >= '0' && peek() <= '9')) {
-          return parse_number(out);
-        }
-        return fail(at_end() ? "unexpected end of text" : "unexpected character");
-    }
-  }
-
-  bool parse_object(Variant& out, int depth) {
-    ++pos_;  // '{'
-    out.Free();
-    out.IsArray(false);
-    skip_space();
-    if (peek() == '}') {
-      ++pos_;
-      return true;
-    }
-    while (true) {
-      skip_space();
-      if (peek() != '"') {
-        return fail("expected a member name");
-      }
-      std::string key;
-      if (!parse_string(key)) {
-        return false;
-      }
-      skip_space();
-      if (peek() != ':') {
-        return fail("expected ':'");
-      }
-      ++pos_;
-      skip_space();
-      Variant member;
-      if (!parse_value(member, depth + 1)) {
-        return false;
-      }
-      out[key] = std::move(member);
-      skip_space();
-      if (peek() == ',') {
-        ++pos_;
-        continue;
-      }
-      if (peek() == '}') {
-        ++pos_;
-        return true;
-      }
-      return fail("expected ',' or '}'");
-    }
-  }
-
-  bool parse_array(Variant& out, int depth) {
-    ++pos_;  // '['
-    out.Free();
-    out.IsArray(true);
-    skip_space();
-    if (peek() == ']') {
-      ++pos_;
-      return true;
-    }
-    while (true) {
-      skip_space();
-      Variant element;
-      if (!parse_value(element, depth + 1)) {
-        return false;
-      }
-      out.Append(element);
-      skip_space();
-      if (peek() == ',') {
-        ++pos_;
-        continue;
-      }
-      if (peek() == ']') {
-        ++pos_;
-        return true;
-      }
-      return fail("expected ',' or ']'");
-    }
-  }
-
-  bool parse_hex4(unsigned int& value) {
-    if (pos_ + 4 > text_.size()) {
-      return fail("truncated \\u escape");
-    }
-    value = 0;
-    for (int i = 0; i < 4; ++i) {
-      char c = text_[pos_++];
-      value <<= 4;
-      if (c >= '0' && c <= '9') {
-        value |= static_cast<unsigned int>(c - '0');
-      } else if (c >= 'a' && c <= 'f') {
-        value |= static_cast<unsigned int>(c - 'a' + 10);
-      } else if (c >= 'A' && c <= 'F') {
-        value |= static_cast<unsigned int>(c - 'A' + 10);
-      } else {
-        --pos_;  // point at the bad digit
-        return fail("invalid \\u escape");
-      }
-    }
-    return true;
-  }
-
-  static void append_utf8(std::string& out, unsigned int code_point) {
-    if (code_point < 0x80) {
-      out.push_back(static_cast<char>(code_point));
-    } else if (code_point < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (code_point >> 6)));
-      out.push_back(static_cast<char>(0x80 | (code_point & 0x3F)));
-    } else if (code_point < 0x10000) {
-      out.push_back(static_cast<char>(0xE0 | (code_point >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((code_point >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (code_point & 0x3F)));
-    } else {
-      out.push_back(static_cast<char>(0xF0 | (code_point >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((code_point >> 12) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | ((code_point >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (code_point & 0x3F)));
-    }
-  }
-
-  bool parse_unicode_escape(std::string& out) {
-    unsigned int unit = 0;
-    if (!parse_hex4(unit)) {
-      return false;
-    }
-    if (unit >= 0xDC00 && unit <= 0xDFFF) {
-      return fail("lone low surrogate");
-    }
-    if (unit >= 0xD800 && unit <= 0xDBFF) {
-      unsigned int low = 0;
-      if (text_.compare(pos_, 2, "\\u") != 0) {
-        return fail("lone high surrogate");
-      }
-      pos_ += 2;
-      if (!parse_hex4(low)) {
-        return false;
-      }
-      if (low < 0xDC00 || low > 0xDFFF) {
-        return fail("lone high surrogate");
-      }
-      unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
-    }
-    append_utf8(out, unit);
-    return true;
-  }
-
-  // Length of the valid UTF-8 sequence at pos_, 0 when it is not one.
-  std::size_t utf8_sequence_length() const {
-    auto byte = [this](std::size_t i) { return static_cast<unsigned char>(text_[pos_ + i]); };
-    unsigned char lead = byte(0);
-    std::size_t length = 0;
-    unsigned int code_point = 0;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-      code_point = lead & 0x1Fu;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3;
-      code_point = lead & 0x0Fu;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4;
-      code_point = lead & 0x07u;
-    } else {
-      return 0;
-    }
-    if (pos_ + length > text_.size()) {
-      return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-      if ((byte(i) & 0xC0) != 0x80) {
-        return 0;
-      }
-      code_point = (code_point << 6) | (byte(i) & 0x3Fu);
-    }
-    bool overlong = (length == 3 && code_point < 0x800) || (length == 4 && code_point < 0x10000);
-    bool surrogate = code_point >= 0xD800 && code_point <= 0xDFFF;
-    return (overlong || surrogate || code_point > 0x10FFFF) ? 0 : length;
-  }
-
-  bool parse_escape(std::string& out) {
-    if (at_end()) {
-      return fail("unterminated string");
-    }
-    char c = text_[pos_++];
-    switch (c) {
-      case '"':
-      case '\\':
-      case '/':
-        out.push_back(c);
-        return true;
-      case 'b':
-        out.push_back('\b');
-        return true;
-      case 'f':
-        out.push_back('\f');
-        return true;
-      case 'n':
-        out.push_back('\n');
-        return true;
-      case 'r':
-        out.push_back('\r');
-        return true;
-      case 't':
-        out.push_back('\t');
-        return true;
-      case 'u':
-        return parse_unicode_escape(out);
-      default:
-        --pos_;
-        return fail("invalid escape");
-    }
-  }
-
-  bool parse_string(std::string& out) {
-    ++pos_;  // opening quote
-    while (true) {
-      if (at_end()) {
-        return fail("unterminated string");
-      }
-      unsigned char c = static_cast<unsigned char>(text_[pos_]);
-      if (c == '"') {
-        ++pos_;
-        return true;
-      }
-      if (c == '\\') {
-        ++pos_;
-        if (!parse_escape(out)) {
-          return false;
-        }
-      } else if (c < 0x20) {
-        return fail("control character in string");
-      } else if (c < 0x80) {
-        out.push_back(static_cast<char>(c));
-        ++pos_;
-      } else {
-        std::size_t length = utf8_sequence_length();
-        if (length == 0) {
-          return fail("invalid UTF-8 in string");
-        }
-        out.append(text_, pos_, length);
-        pos_ += length;
-      }
-    }
-  }
-
-  bool skip_digits() {
-    std::size_t start = pos_;
-    while (!at_end() && text_[pos_] >= '0' && text_[pos_] <= '9') {
-      ++pos_;
-    }
-    return pos_ != start;
-  }
-
-  bool parse_number(Variant& out) {
-    std::size_t start = pos_;
-    bool negative = peek() == '-';
-    if (negative) {
-      ++pos_;
-    }
-    if (peek() == '0') {
-      ++pos_;
-      if (peek() >= '0' && peek() <= '9') {
-        return fail("leading zero in number");
-      }
-    } else if (!skip_digits()) {
-      return fail("expected digits");
-    }
-    bool integral = true;
-    if (peek() == '.') {
-      ++pos_;
-      integral = false;
-      if (!skip_digits()) {
-        return fail("expected digits after '.'");
-      }
-    }
-    if (peek() == 'e' || peek() == 'E') {
-      ++pos_;
-      integral = false;
-      if (peek() == '+' || peek() == '-') {
-        ++pos_;
-      }
-      if (!skip_digits()) {
-        return fail("expected exponent digits");
-      }
-    }
-    std::string number = text_.substr(start, pos_ - start);
-    if (integral) {
-      errno = 0;
-      if (negative) {
-        long long value = std::strtoll(number.c_str(), nullptr, 10);
-        if (errno == 0) {
-          out = value;
-          return true;
-        }
-      } else {
-        unsigned long long value = std::strtoull(number.c_str(), nullptr, 10);
-        if (errno == 0) {
-          if (value <= static_cast<unsigned long long>(std::numeric_limits<long long>::max())) {
-            out = static_cast<long long>(value);
-          } else {
-            out = value;
-          }
-          return true;
-        }
-      }
-      // Out of the 64-bit ranges: kept as a double.
-    }
-    out = std::strtod(number.c_str(), nullptr);
-    return true;
-  }
-
-  const std::string& text_;
-  std::size_t pos_ = 0;
+  Variant root_;
+  std::vector<Variant*> open_;
+  std::string key_;
   std::string error_;
 };
 
@@ -489,16 +224,18 @@ std::string Variant::ToJSON(int indent) const {
 }
 
 bool Variant::FromJSON(const std::string& text, Variant& out, std::string* error) {
-  JsonParser parser(text);
-  Variant parsed;
-  if (!parser.parse(parsed)) {
+  VariantBuilder builder;
+  const bool parsed =
+      nlohmann::json::sax_parse(text, &builder, nlohmann::json::input_format_t::json,
+                                /*strict=*/true, /*ignore_comments=*/false);
+  if (!parsed) {
     out.Free();
     if (error != nullptr) {
-      *error = parser.error();
+      *error = builder.error().empty() ? std::string("invalid JSON") : builder.error();
     }
     return false;
   }
-  out = std::move(parsed);
+  out = std::move(builder.result());
   return true;
 }
 

@@ -105,7 +105,7 @@ License: $(variable PKG_LICENSE)
 Section: libs
 Category: Libraries
 Title: Reference host of the wireless module
-Depends: +qira-network-utils-wireless +libnl-core +libnl-genl +libstdcpp
+Depends: +qira-network-utils-wireless +libnl-core +libnl-genl +libnl-route +libstdcpp
 Package: qira-wifi
 Version: $version-$(variable PKG_RELEASE)
 License: $(variable PKG_LICENSE)
