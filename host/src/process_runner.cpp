@@ -1,9 +1,10 @@
 // The real process runner: runs programs to completion, starts detached
-// daemons and signals processes by name through /proc.
+// daemons and signals processes by name through /proc. Every child keeps
+// standard input, output and error and no other descriptor of the host
+// (descriptors.h).
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,15 +14,15 @@
 #include <string>
 #include <vector>
 
+#include "descriptors.h"
 #include "host_internal.h"
 #include "qira/utils/file.h"
-
-extern char** environ;
 
 namespace qira::host {
 
 namespace {
 
+using internal::close_inherited_descriptors;
 using internal::unique_fd;
 
 constexpr const char* kShell = "/bin/sh";
@@ -126,8 +127,9 @@ void write_full(int fd, const void* buffer, std::size_t size) {
       if (null_fd > STDERR_FILENO) {
         ::close(null_fd);
       }
-      // The daemon must not keep the host's sockets and files open.
-      ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+      // The daemon must not keep the host's sockets and files open; the
+      // report pipe is close-on-exec.
+      close_inherited_descriptors(report_fd);
       ::execv(argv[0], argv);
       error = errno;
     }
@@ -161,14 +163,37 @@ class RealProcessRunner : public ProcessRunner {
  public:
   int run_shell(const std::string& command) override { return run(kShell, {"-c", command}); }
 
+  // fork and exec rather than posix_spawn, whose portable form cannot close
+  // the descriptors the host did not open close-on-exec. A failed exec (a
+  // missing program) comes back through a close-on-exec pipe as its errno.
   int run(const std::string& program, const std::vector<std::string>& args) override {
     std::vector<char*> argv = make_argv(program, args);
-    pid_t pid = 0;
-    // posix_spawn reports a failed exec (missing program) as its result.
-    if (::posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
+    int pipe_fds[2];
+    if (::pipe2(pipe_fds, O_CLOEXEC) != 0) {
       return -1;
     }
-    return wait_status(pid);
+    unique_fd report_read(pipe_fds[0]);
+    unique_fd report_write(pipe_fds[1]);
+    const pid_t child = ::fork();
+    if (child < 0) {
+      return -1;
+    }
+    if (child == 0) {
+      close_inherited_descriptors(report_write.get());
+      ::execv(argv[0], argv.data());
+      const int error = errno;
+      write_full(report_write.get(), &error, sizeof(error));
+      ::_exit(kExecFailedStatus);
+    }
+    report_write.reset();
+    int error = 0;
+    const bool exec_failed = read_full(report_read.get(), &error, sizeof(error)) == sizeof(error);
+    const int status = wait_status(child);
+    if (exec_failed) {
+      errno = error;
+      return -1;
+    }
+    return status;
   }
 
   int start_daemon(const std::string& program, const std::vector<std::string>& args,

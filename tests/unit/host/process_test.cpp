@@ -1,15 +1,20 @@
 // Process functions against real child processes, and the ProcessRecorder.
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,6 +24,7 @@
 #include "qira/utils/process.h"
 #include "qira/utils/strings.h"
 #include "support/sandbox.h"
+#include "support/syscall_interpose.h"
 
 extern char** environ;
 
@@ -158,6 +164,122 @@ TEST(RunDaemonTest, DaemonDoesNotInheritTheHostsDescriptors) {
   EXPECT_EQ("closed\n", wait_for_file("/tmp/fd.out"));
   ::close(57);
 }
+
+// ---- What a child holds: standard input, output and error, nothing else ------------------
+
+// Descriptors the test process holds without close-on-exec, as a host holds
+// those it inherited or that a library opened: a file, both ends of a pipe
+// and a socket, at high and low numbers.
+class HeldDescriptors {
+ public:
+  HeldDescriptors() {
+    const int file = ::open("/tmp/held", O_WRONLY | O_CREAT, 0600);
+    int pipe_fds[2];
+    EXPECT_EQ(0, ::pipe(pipe_fds));
+    const int socket_fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+    for (int fd : {file, pipe_fds[0], pipe_fds[1], socket_fd}) {
+      EXPECT_GE(fd, 0);
+      held_.push_back(fd);
+    }
+    EXPECT_EQ(57, ::dup2(file, 57));  // dup2 clears close-on-exec
+    EXPECT_EQ(1000, ::dup2(socket_fd, 1000));
+    held_.push_back(57);
+    held_.push_back(1000);
+  }
+  ~HeldDescriptors() {
+    for (int fd : held_) {
+      ::close(fd);
+    }
+  }
+  HeldDescriptors(const HeldDescriptors&) = delete;
+  HeldDescriptors& operator=(const HeldDescriptors&) = delete;
+
+ private:
+  std::vector<int> held_;
+};
+
+// The descriptor numbers of process `pid`, sorted as text, one per line.
+std::string descriptors_of(const std::string& pid) {
+  std::vector<std::string> names;
+  if (DIR* directory = ::opendir(("/proc/" + pid + "/fd").c_str())) {
+    while (const dirent* entry = ::readdir(directory)) {
+      if (entry->d_name[0] != '.') {
+        names.emplace_back(entry->d_name);
+      }
+    }
+    ::closedir(directory);
+  }
+  std::sort(names.begin(), names.end());
+  std::string text;
+  for (const std::string& name : names) {
+    text += name + "\n";
+  }
+  return text;
+}
+
+// Runs `run` with this process's standard output going to a file, and
+// answers what was written there.
+template <typename Run>
+std::string output_of(Run run) {
+  const int saved = ::dup(STDOUT_FILENO);
+  const int file = ::open("/tmp/fds.out", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  EXPECT_GE(file, 0);
+  ::fflush(stdout);
+  ::dup2(file, STDOUT_FILENO);
+  ::close(file);
+  run();
+  ::dup2(saved, STDOUT_FILENO);
+  ::close(saved);
+  return qira::test::read_file("/tmp/fds.out");
+}
+
+// Both on a kernel with close_range and on one without it (Linux before
+// 5.9), where the host walks /proc/self/fd instead.
+class ChildDescriptorsTest : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    if (GetParam()) {
+      refusal_ = std::make_unique<qira::test::CloseRangeRefusal>();
+    }
+  }
+  std::unique_ptr<qira::test::CloseRangeRefusal> refusal_;
+  HeldDescriptors held_;
+};
+
+// ls lists its own descriptors: standard input, output and error, and the
+// directory it reads, which takes the lowest free number. A descriptor
+// left open by the host would show, and push the directory's number up.
+TEST_P(ChildDescriptorsTest, AProgramRunToCompletionGetsOnlyStandardDescriptors) {
+  const std::string own = "0\n1\n2\n3\n";
+  EXPECT_EQ(own, output_of([] { EXPECT_EQ(0, sysExecSimple("/bin/ls", {"/proc/self/fd"})); }));
+  EXPECT_EQ(own, output_of([] { EXPECT_EQ(0, sysExecSimple("exec /bin/ls /proc/self/fd")); }));
+}
+
+// sleep opens files of its own while it starts (the locale): the listing
+// is read until it settles, and a descriptor the host left open never goes.
+TEST_P(ChildDescriptorsTest, ADaemonGetsOnlyStandardDescriptors) {
+  int pid = 0;
+  ASSERT_NE(0, runDaemon(nullptr, nullptr, &pid, "/bin/sleep", 1, "30"));
+  wait_for_comm(pid, "sleep");
+  const std::string standard = "0\n1\n2\n";
+  std::string listed = descriptors_of(std::to_string(pid));
+  for (const unsigned long long deadline = monotonic_ms() + 5000;
+       listed != standard && monotonic_ms() < deadline;
+       listed = descriptors_of(std::to_string(pid))) {
+    struct timespec pause {
+      0, 2 * 1000 * 1000
+    };
+    ::nanosleep(&pause, nullptr);
+  }
+  EXPECT_EQ(standard, listed);
+  ::kill(pid, SIGKILL);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, ChildDescriptorsTest, ::testing::Bool(),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                           return info.param ? std::string("WithoutCloseRange")
+                                             : std::string("WithCloseRange");
+                         });
 
 // The blocked-signal set of `pid`, as /proc/<pid>/status shows it.
 std::string blocked_signals(int pid) {
