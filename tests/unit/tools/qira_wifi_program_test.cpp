@@ -2,10 +2,14 @@
 // kernel's loopback interface: lo has no wireless extensions, so every query
 // but the noise level fails with the kernel's errno, and the program prints
 // the module's own log line for each.
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/wireless.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -163,6 +167,65 @@ TEST(QiraWifiProgram, ModuleCopyAtAnotherPathIsLoaded) {
   EXPECT_NE(result.out.find("essid:         failed (netlib: ioctl(8B1B) failed: "),
             std::string::npos)
       << result.out;
+}
+
+// The "loading module" line of `qira-wifi --verbose info lo` run from a
+// copy of the program at `copy` with `mode`, by the user nobody, with
+// QIRA_WIRELESS_MODULE naming another library.
+std::string module_chosen_by(const std::string& copy, mode_t mode) {
+  {
+    std::ifstream source(QIRA_WIFI_PROGRAM, std::ios::binary);
+    std::ofstream target(copy, std::ios::binary);
+    target << source.rdbuf();
+    EXPECT_TRUE(target.good());
+  }
+  EXPECT_EQ(0, ::chown(copy.c_str(), 0, 0));
+  EXPECT_EQ(0, ::chmod(copy.c_str(), mode));
+  int pipe_fds[2];
+  EXPECT_EQ(0, ::pipe(pipe_fds));
+  const pid_t child = ::fork();
+  if (child == 0) {
+    constexpr uid_t kNobody = 65534;
+    ::dup2(pipe_fds[1], STDERR_FILENO);
+    ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
+    if (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) {
+      ::_exit(126);
+    }
+    ::setenv("QIRA_WIRELESS_MODULE", "/tmp/chosen-by-the-caller.so", 1);
+    ::execl(copy.c_str(), "qira-wifi", "--verbose", "info", "lo", static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  ::close(pipe_fds[1]);
+  std::string err;
+  char buffer[4096];
+  ssize_t length = 0;
+  while ((length = ::read(pipe_fds[0], buffer, sizeof(buffer))) > 0) {
+    err.append(buffer, static_cast<std::size_t>(length));
+  }
+  ::close(pipe_fds[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 126 && WEXITSTATUS(status) != 127) << err;
+  return err.substr(0, err.find('\n'));
+}
+
+// A root program run by another user (set-user-ID) must not let that
+// user's environment choose the library it loads: QIRA_WIRELESS_MODULE is
+// read with secure_getenv, which the loader's secure mode empties. The same
+// copy without the set-user-ID bit takes the variable, so the difference is
+// the secure mode's.
+TEST(QiraWifiProgram, ASetUserIdProgramIgnoresTheModuleEnvironment) {
+  if (std::getenv("QIRA_TEST_EMULATOR") != nullptr) {
+    GTEST_SKIP() << "under qemu-user the kernel runs the emulator, which is not set-user-ID: "
+                    "the loader's secure mode cannot be made";
+  }
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "making a set-user-ID root program needs root";
+  }
+  EXPECT_EQ(module_chosen_by("/tmp/qira-wifi-plain", 0755),
+            "qira-wifi: loading module /tmp/chosen-by-the-caller.so");
+  EXPECT_EQ(module_chosen_by("/tmp/qira-wifi-setuid", 04755),
+            "qira-wifi: loading module libqira_network_utils_wireless.so.1");
 }
 
 TEST(QiraWifiProgram, MissingModuleExitsWithOne) {
