@@ -51,6 +51,13 @@ bogus-priv
 address=/#/$SETUP_AP_ADDRESS
 interface=$SETUP_AP_IF
 dhcp-range=192.168.1.50,192.168.1.150,12h"
+# The hostapd file the module writes for the setup access point (no hook).
+SETUP_AP_HOSTAPD_CONF="channel=1
+ctrl_interface=/var/run/hostapd
+driver=nl80211
+hw_mode=g
+interface=$SETUP_AP_IF
+ssid=$SETUP_AP_SSID"
 RADIO_COUNT=5
 
 # busybox's shell runs its own "ip" applet for a bare "ip"; it knows no netns.
@@ -397,6 +404,28 @@ dhcp_lease() {
   }
 }
 
+# ------------------------------------------------------------------ wpa-events
+# The wpa_supplicant clients' socket files.
+wpacl_files() { ls /tmp/wpacl-* 2> /dev/null; }
+# monitors_attached COUNT: wpa_supplicant (run with -d) has logged at least
+# COUNT monitor attachments.
+monitors_attached() {
+  [ "$(grep -c 'CTRL_IFACE monitor attached' "$QVM_STATE/scenario/wpa_supplicant-$CAMERA_IF.log")" -ge "$1" ]
+}
+# start_wpa_events: "qira-wifi wpa-events $CAMERA_IF" in the background, its
+# events in $QVM_STATE/scenario/wpa-events.out, its stderr in .err beside
+# it and, once it has ended, its exit status in .status; its pid file is
+# $QVM_STATE/wpa-events.pid.
+start_wpa_events() {
+  (
+    qira-wifi wpa-events "$CAMERA_IF" > "$QVM_STATE/scenario/wpa-events.out" \
+      2> "$QVM_STATE/scenario/wpa-events.err" &
+    echo $! > "$QVM_STATE/wpa-events.pid"
+    wait $!
+    echo $? > "$QVM_STATE/scenario/wpa-events.status"
+  ) &
+}
+
 # ------------------------------------------------------------------ qira-wifi
 # qira_info FLAT-FILE IFNAME: runs "qira-wifi --json info IFNAME", keeps the
 # JSON beside FLAT-FILE and writes its flattened form into FLAT-FILE.
@@ -442,20 +471,23 @@ expect_query_fails() {
 }
 
 # ------------------------------------------------------------------ nl80211 listeners
-# netlink_groups PID: for each generic netlink socket of process PID that has
-# joined multicast groups, the mask of the first 32 (as /proc/net/netlink
-# prints it, in hex). nl80211's groups are among them: its family is
-# registered early, when the module loads.
-netlink_groups() {
+# netlink_memberships PID: "INODE MASK DROPS" for each generic netlink socket
+# of process PID that has joined multicast groups: its inode, the mask of
+# the first 32 groups (in hex, as /proc/net/netlink prints it) and how many
+# datagrams the kernel dropped on it for want of room. nl80211's groups are
+# among them: its family is registered early, when the module loads.
+netlink_memberships() {
   local fd socket
   for fd in /proc/"$1"/fd/*; do
     socket=$(readlink "$fd" 2> /dev/null) || continue
     case $socket in socket:\[*\]) ;; *) continue ;; esac
     socket=${socket#socket:\[}
     socket=${socket%\]}
-    awk -v inode="$socket" '$2 == 16 && $10 == inode && $4 != "00000000" { print $4 }' /proc/net/netlink
+    awk -v inode="$socket" '$2 == 16 && $10 == inode && $4 != "00000000" { print $10, $4, $9 }' /proc/net/netlink
   done
 }
+# netlink_groups PID: the masks of netlink_memberships.
+netlink_groups() { netlink_memberships "$1" | cut -d' ' -f2; }
 
 # has_joined PID MASK: one socket of process PID has joined every group of
 # the hex MASK.
@@ -642,6 +674,19 @@ write_station_config() {
 {"wifi": {"ssid": "$HOME_WPA2_SSID", "key": "wpa2",
           "wpa": {"auth": "psk", "psk": "\"$HOME_WPA2_PSK\""}},
  $members}
+JSON
+}
+
+# The members after "wifi" of a station configuration with a static address
+# on HomeWPA2's network: no DHCP client runs.
+STATION_STATIC_MEMBERS='"dhcp": {"status": 0},
+ "statik": {"ip": "192.168.50.20", "netmask": "255.255.255.0"}'
+
+# write_setup_ap_config FILE: the stored configuration "apply --ap" takes for
+# the setup access point: its address as the DHCP fallback address.
+write_setup_ap_config() {
+  cat > "$1" << JSON
+{"dhcp": {"fallbackIP": "$SETUP_AP_ADDRESS", "fallbackNetmask": "255.255.255.0"}}
 JSON
 }
 

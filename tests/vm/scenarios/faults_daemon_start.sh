@@ -17,11 +17,8 @@
 ap_conf=$QVM_STATE/scenario/ap.json
 sta_conf=$QVM_STATE/scenario/station.json
 out=$QVM_STATE/scenario/out
-cat > "$ap_conf" << JSON
-{"dhcp": {"fallbackIP": "$SETUP_AP_ADDRESS", "fallbackNetmask": "255.255.255.0"}}
-JSON
-write_station_config "$sta_conf" '"dhcp": {"status": 0},
- "statik": {"ip": "192.168.50.20", "netmask": "255.255.255.0"}'
+write_setup_ap_config "$ap_conf"
+write_station_config "$sta_conf" "$STATION_STATIC_MEMBERS"
 count_named() { pids_named "$1" | wc -l; }
 gone() { no_process_named "$1"; }
 

@@ -24,11 +24,8 @@ ap_conf=$QVM_STATE/scenario/ap.json
 sta_conf=$QVM_STATE/scenario/station.json
 answer=$QVM_STATE/scenario/answer
 snapshots=$QVM_STATE/scenario/snapshot
-cat > "$ap_conf" << JSON
-{"dhcp": {"fallbackIP": "$SETUP_AP_ADDRESS", "fallbackNetmask": "255.255.255.0"}}
-JSON
-write_station_config "$sta_conf" '"dhcp": {"status": 0},
- "statik": {"ip": "192.168.50.20", "netmask": "255.255.255.0"}'
+write_setup_ap_config "$ap_conf"
+write_station_config "$sta_conf" "$STATION_STATIC_MEMBERS"
 
 # host_step WHAT SECONDS COMMAND...: one command of the host, which must
 # succeed; its answer is kept in $answer.
@@ -41,12 +38,15 @@ host_step() {
 }
 
 # snapshot NAME: what the camera holds now, one file per kind. Processes by
-# name, kernel threads (no command line) left out.
+# name, kernel threads (no program) left out; read with the shell's own
+# builtins, so that the snapshot sees none of its own.
 snapshot() {
-  local process
+  local process name
   for process in /proc/[0-9]*; do
-    [ "$(head -c 1 "$process/cmdline" 2> /dev/null | wc -c)" -eq 1 ] && cat "$process/comm" 2> /dev/null
-  done | sort > "$snapshots.$1.processes"
+    [ -e "$process/exe" ] || continue
+    read -r name 2> /dev/null < "$process/comm" && echo "$name"
+  done > "$snapshots.$1.processes.unsorted"
+  sort "$snapshots.$1.processes.unsorted" > "$snapshots.$1.processes"
   ls "/proc/$HOST_PID/fd" | wc -l > "$snapshots.$1.fds"
   find / -xdev -type s 2> /dev/null | sort > "$snapshots.$1.sockets"
   find /run -type s 2> /dev/null | sort >> "$snapshots.$1.sockets"

@@ -12,7 +12,7 @@
 #     NLE_NOMEM for ENOBUFS) and "netlib: Failed to receive an event";
 #   - the module keeps serving: the next services succeed and events flow;
 #   - the next scan's results are complete: the same BSSes as
-#     "iw dev wlan1 scan dump";
+#     "iw dev wlan1 scan dump" (see below for the dump's own report);
 #   - the host's descriptors are as before.
 . "$QVM_DIR/camera_host.sh"
 phy=$(cat "/sys/class/net/$SPARE_IF/phy80211/name")
@@ -21,21 +21,8 @@ burst=${qira_overrun_cycles:-80}
 answer=$QVM_STATE/scenario/answer
 on_reset "[ -e /sys/class/net/$burst_if ] && iw dev $burst_if del"
 
-# The drop count of the netlink socket of process $1 whose inode is $2.
-socket_drops() { awk -v inode="$1" '$10 == inode { print $9 }' /proc/net/netlink; }
-# The inode of the host's generic netlink socket that joined nl80211's groups.
-module_socket() {
-  local fd socket
-  for fd in /proc/"$HOST_PID"/fd/*; do
-    socket=$(readlink "$fd" 2> /dev/null) || continue
-    case $socket in socket:\[*\]) ;; *) continue ;; esac
-    socket=${socket#socket:\[}
-    socket=${socket%\]}
-    awk -v inode="$socket" '$2 == 16 && $10 == inode && $4 != "00000000" { found = 1 } END { exit !found }' \
-      /proc/net/netlink && echo "$socket" && return 0
-  done
-  return 1
-}
+# The drop count of the host's netlink socket whose inode is $1.
+socket_drops() { netlink_memberships "$HOST_PID" | awk -v inode="$1" '$1 == inode { print $3 }'; }
 failure_lines() { grep -c '^event-failure ' "$HOST_OUT"; }
 events_named() { grep -c "^event [0-9]* [a-z_]* {.*\"eventName\":\"$1\"" "$HOST_OUT"; }
 has_events_named() { [ "$(events_named "$1")" -ge "$2" ]; }
@@ -44,7 +31,8 @@ ip link set "$SPARE_IF" up
 host_start || return 1
 host_call 10 events on > "$answer"
 expect_eq "events on" ok "$(sed -n 's/^end //p' "$answer")"
-inode=$(module_socket)
+# The module's event socket: the host's one socket that joined groups.
+inode=$(netlink_memberships "$HOST_PID" | cut -d' ' -f1)
 expect_match "the module's event socket" '^[0-9]+$' "$inode"
 resources_before=$(host_resources "$HOST_PID")
 drops_before=$(socket_drops "$inode")
@@ -89,7 +77,19 @@ step "the next scan's results are complete"
 host_call 40 scan "$SPARE_IF" 30000 > "$answer"
 cat "$answer"
 expect_match "the scan ended, not aborted" '^scan ended finished=1 aborted=0 ' "$(grep '^scan ended' "$answer")"
-expect_eq "the scan's failure lines" "" "$(grep '^log 3 ' "$answer")"
+# The kernel may flag the results dump interrupted (the BSS table changed
+# while it was dumped; libnl then answers -NLE_DUMP_INTR), which the module
+# reports as specified, with both lines of a failed retrieval, keeping the
+# entries it read. Any other failure line is a finding.
+failure_lines=$(grep '^log 3 ' "$answer" | tr '\n' ';')
+case $failure_lines in
+  "") ;;
+  "log 3 0 receive_results: Failed to retrieve scan results;log 3 0 event_handler: Failed to retrieve scan results;")
+    echo "figure: the results dump was reported failed (interrupted by the kernel); its entries were kept" ;;
+esac
+expect_match "the scan's failure lines: none, or those of an interrupted dump" \
+  '^(|log 3 0 receive_results: Failed to retrieve scan results;log 3 0 event_handler: Failed to retrieve scan results;)$' \
+  "$failure_lines"
 expect_eq "the same BSSes as iw dev $SPARE_IF scan dump" \
   "$(iw dev "$SPARE_IF" scan dump | sed -n 's/^BSS \([0-9a-f:]*\).*/\1/p' | sort | tr '\n' ' ')" \
   "$(sed -n 's/^bss \([^ ]*\) .*/\1/p' "$answer" | sort | tr '\n' ' ')"

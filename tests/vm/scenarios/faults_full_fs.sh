@@ -26,8 +26,7 @@ filler=/qvm-filler
 echo '{}' > "$ap_conf"
 # A static address: no DHCP client runs (its syslog lines would take the
 # blocks the scenario frees).
-write_station_config "$sta_conf" '"dhcp": {"status": 0},
- "statik": {"ip": "192.168.50.20", "netmask": "255.255.255.0"}'
+write_station_config "$sta_conf" "$STATION_STATIC_MEMBERS"
 
 # The root file system's size option, to put back.
 root_size=$(awk '$2 == "/" { n = split($4, o, ","); for (i = 1; i <= n; i++) if (o[i] ~ /^size=/) print o[i] }' /proc/mounts | tail -1)
@@ -140,12 +139,7 @@ step "5. space again: every file is written"
 unfill
 cp "$QVM_STATE/hosts.world" /etc/hosts
 expect_eq "apply --ap" 0 "$(qira_json "$out" apply "$SETUP_AP_IF" "$ap_conf" --ap)"
-expect_eq "/etc/hostapd.conf" "channel=1
-ctrl_interface=/var/run/hostapd
-driver=nl80211
-hw_mode=g
-interface=$SETUP_AP_IF
-ssid=$SETUP_AP_SSID" "$(cat /etc/hostapd.conf)"
+expect_eq "/etc/hostapd.conf" "$SETUP_AP_HOSTAPD_CONF" "$(cat /etc/hostapd.conf)"
 expect_eq "/etc/dnsmasq.conf" "$SETUP_AP_DNSMASQ_CONF" "$(cat /etc/dnsmasq.conf)"
 expect_eq "/etc/hosts config.zem line" "$(printf '%s\tconfig.zem\t\tconfig' "$SETUP_AP_ADDRESS")" \
   "$(grep config.zem /etc/hosts)"

@@ -11,7 +11,6 @@
 #      failure line, once; its client's file is removed.
 # "figure:" lines give the times.
 conf=$QVM_STATE/scenario/wpa.conf
-supplicant_log=$QVM_STATE/scenario/wpa_supplicant-$CAMERA_IF.log
 events=$QVM_STATE/scenario/wpa-events.out
 events_err=$QVM_STATE/scenario/wpa-events.err
 events_status=$QVM_STATE/scenario/wpa-events.status
@@ -20,8 +19,6 @@ supplicant_pidfile=$QVM_STATE/wpa_supplicant-$CAMERA_IF.pid
 gone_line="qira-wifi: the wpa_supplicant of $CAMERA_IF does not answer: waiting for it to come back"
 back_line="qira-wifi: the wpa_supplicant of $CAMERA_IF is back: attached again"
 
-wpacl_files() { ls /tmp/wpacl-* 2> /dev/null; }
-monitors_attached() { [ "$(grep -c 'CTRL_IFACE monitor attached' "$supplicant_log")" -ge "$1" ]; }
 line_count() { grep -cxF "$1" "$events_err"; }
 has_lines() { [ "$(line_count "$1")" -ge "$2" ]; }
 connected_count() { grep -c '^25 connected_to_ap ' "$events"; }
@@ -65,12 +62,7 @@ home_wpa2_conf "$conf"
 start_wpa_supplicant "$CAMERA_IF" "$conf" -d || return 1
 wait_associated "$CAMERA_IF" 30 || return 1
 wpacl_before=$(wpacl_files)
-(
-  qira-wifi wpa-events "$CAMERA_IF" > "$events" 2> "$events_err" &
-  echo $! > "$events_pidfile"
-  wait $!
-  echo $? > "$events_status"
-) &
+start_wpa_events
 expect_true "wpa_supplicant logs the monitor's ATTACH" wait_for 10 monitors_attached 1
 monitor_socket=$(wpacl_files | grep -vxF "$wpacl_before")
 expect_match "the monitor's client socket" '^/tmp/wpacl-[A-Za-z0-9]{6}$' "$monitor_socket"

@@ -5,19 +5,12 @@
 # the identity record, leases an address from the camera's dnsmasq and
 # resolves "config.zem" to the access point.
 conf=$QVM_STATE/scenario/network.json
-cat > "$conf" << JSON
-{"dhcp": {"fallbackIP": "$SETUP_AP_ADDRESS", "fallbackNetmask": "255.255.255.0"}}
-JSON
+write_setup_ap_config "$conf"
 step "apply and connect the setup access point on $SETUP_AP_IF"
 setup_ap_up "$conf" || return 1
 
 step "the files the module wrote"
-expect_eq "/etc/hostapd.conf" "channel=1
-ctrl_interface=/var/run/hostapd
-driver=nl80211
-hw_mode=g
-interface=$SETUP_AP_IF
-ssid=$SETUP_AP_SSID" "$(cat /etc/hostapd.conf)"
+expect_eq "/etc/hostapd.conf" "$SETUP_AP_HOSTAPD_CONF" "$(cat /etc/hostapd.conf)"
 expect_eq "/etc/dnsmasq.conf" "$SETUP_AP_DNSMASQ_CONF" "$(cat /etc/dnsmasq.conf)"
 expect_eq "/etc/hosts config.zem line" "$(printf '%s\tconfig.zem\t\tconfig' "$SETUP_AP_ADDRESS")" \
   "$(grep config.zem /etc/hosts)"

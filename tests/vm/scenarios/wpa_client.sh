@@ -61,8 +61,6 @@ expected_types() {
     name == "CTRL-EVENT-NETWORK-NOT-FOUND" { print "13 network_not_found" }
     name == "CTRL-EVENT-SSID-TEMP-DISABLED" { print "14 ssid_temp_disabled" }'
 }
-wpacl_files() { ls /tmp/wpacl-* 2> /dev/null; }
-monitors_attached() { [ "$(grep -c 'CTRL_IFACE monitor attached' "$supplicant_log")" -ge "$1" ]; }
 supplicant_state() { wpa_cli -i "$CAMERA_IF" status | sed -n 's/^wpa_state=//p'; }
 
 step "wpa_supplicant on $CAMERA_IF with $HOME_WPA2_SSID configured but disabled"
@@ -93,12 +91,7 @@ expect_true "wpa_supplicant logs wpa_cli's ATTACH" wait_for 10 monitors_attached
 
 step "the monitor attaches"
 wpacl_before=$(wpacl_files)
-(
-  qira-wifi wpa-events "$CAMERA_IF" > "$events" 2> "$events_err" &
-  echo $! > "$events_pidfile"
-  wait $!
-  echo $? > "$events_status"
-) &
+start_wpa_events
 expect_true "wpa_supplicant logs the monitor's ATTACH" wait_for 10 monitors_attached 2
 # The monitor's own client socket: the one new "/tmp/wpacl-" file.
 monitor_socket=$(wpacl_files | grep -vxF "$wpacl_before")
