@@ -318,6 +318,8 @@ system_part_foreign() {
     [ -z "$amd64_version" ] || [ "$amd64_version" = "$(deb_version "$package")" ] ||
       log "note: $package is $(deb_version "$package") for $ARCH, $amd64_version for the amd64 image"
   done
+  # shellcheck disable=SC2086
+  deb_prefetch $SYSTEM_PACKAGES
   root=$OUT/work/system
   rm -rf "$root" "$OUT/system.stamp"
   system_root "$root"

@@ -204,3 +204,58 @@ copy_needed() {
     ln -sf "/$LIBDIR/$(basename "$interpreter")" "$root/usr${interpreter#/usr}"
   fi
 }
+
+# deb_prefetch NAME...: downloads, with one apt-get call, the packages that
+# the NEEDED closure of the programs of packages NAME can reach: NAME and,
+# level by level, the "Multi-Arch: same" packages they depend on (asked of
+# apt once per level). Only an accelerator for a cold cache (one download
+# call instead of one per library, minutes on a loaded machine): the closure
+# itself still decides what goes into the image, and fetches what this
+# missed.
+deb_prefetch() {
+  local memo frontier=("$@") wanted=() seen=" $* " roots=" $* " name multiarch dependency
+  local next specs=() deb version
+  memo=$CACHE/multiarch
+  mkdir -p "$memo"
+  while [ "${#frontier[@]}" -gt 0 ]; do
+    next=()
+    # One line per package: "NAME MULTI-ARCH DEPENDENCY...".
+    while read -r name multiarch dependencies; do
+      echo "$multiarch" > "$memo/$name"
+      case $roots in *" $name "*) ;; *) [ "$multiarch" = same ] || continue ;; esac
+      wanted+=("$name")
+      for dependency in $dependencies; do
+        case $seen in *" $dependency "*) continue ;; esac
+        seen="$seen$dependency "
+        next+=("$dependency")
+      done
+    done < <(apt-cache show --no-all-versions "${frontier[@]/%/:$DEB_ARCH}" 2> /dev/null | awk '
+      /^Package: / { package = $2 }
+      /^Multi-Arch: / { multiarch = $2 }
+      /^(Pre-)?Depends: / { sub(/^[^:]*: /, ""); depends = depends "," $0 }
+      /^$/ && package != "" {
+        line = package " " (multiarch == "" ? "no" : multiarch)
+        n = split(depends, list, ",")
+        for (i = 1; i <= n; i++) { d = list[i]; sub(/\|.*/, "", d); sub(/\(.*/, "", d); sub(/:any/, "", d)
+          gsub(/[ \t]/, "", d); if (d != "") line = line " " d }
+        print line; package = ""; multiarch = ""; depends = "" }')
+    frontier=("${next[@]}")
+  done
+  deb_versions "$@" "${wanted[@]}"
+  for name in "$@" "${wanted[@]}"; do
+    version=$(deb_version "$name") || continue
+    deb=$(ls "$CACHE/debs/${name}_${version//:/%3a}"_{"$DEB_ARCH",all}.deb 2> /dev/null | head -1 || true)
+    [ -z "$deb" ] || continue
+    # A package apt does not know for armhf is architecture-independent.
+    if [ -s "$memo/$name" ]; then
+      specs+=("$name:$DEB_ARCH=$version")
+    else
+      specs+=("$name=$version")
+    fi
+  done
+  [ "${#specs[@]}" -gt 0 ] || return 0
+  log "downloading ${#specs[@]} packages ($DEB_ARCH) at once"
+  mkdir -p "$CACHE/debs"
+  (cd "$CACHE/debs" && apt-get download "${specs[@]}") > /dev/null 2>&1 ||
+    log "note: the joint download failed; the packages come one by one"
+}
