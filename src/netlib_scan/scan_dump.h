@@ -2,83 +2,52 @@
 // every nl80211 notification. Used by the scan module's results request.
 //
 // The socket's buffers are small (8 KB each) and every nl80211 group is
-// joined, so notifications keep arriving around the dump. On the camera's
-// kernel that has three consequences, each handled here:
-//  - a notification already queued when the request is sent lies ahead of
-//    the dump, and a single read would return with it instead of the dump;
-//  - the dump's first buffer is refused (an error reply, -ENOBUFS) when the
-//    queue does not have room for it;
-//  - while a dump buffer waits in the queue, notifications that find no room
-//    are dropped, and the next read reports the overrun (ENOBUFS) once.
-// So the queue is emptied before the request, replies are told apart from
-// notifications by their sequence number, a refused dump is asked for again a
-// bounded number of times, and every wait has a deadline.
+// joined, so notifications keep arriving around the dump. One that is
+// queued before the dump's first reply (it may arrive between the request
+// and the kernel's answer) makes a single nl_recvmsgs return with the
+// notification, leaving the whole dump queued behind it. So the request
+// reads on, with the same callbacks, until the dump's end (NLMSG_DONE).
+// Nothing here waits: the kernel queues the dump's next buffer as the socket
+// is read, so every reply is there when its read comes.
 #ifndef QIRA_SRC_NETLIB_SCAN_SCAN_DUMP_H
 #define QIRA_SRC_NETLIB_SCAN_SCAN_DUMP_H
 
-#include <chrono>
-#include <cstdint>
-#include <vector>
-
 struct nl_sock;
 struct nl_cb;
+struct nl_msg;
 
 namespace qira::network::scan {
 
-// How many results requests one retrieval may send (the first and the ones
-// repeating a refused dump).
-inline constexpr int kDumpAttempts = 3;
-// Longest wait for the kernel's replies, over all requests of one retrieval.
-// The kernel queues dump replies as the socket is read, so a well-formed
-// exchange never waits; the bound only keeps a lost reply from holding the
-// host's loop.
-inline constexpr std::chrono::milliseconds kDumpReplyWait{1000};
-// Most datagrams discarded before a request: more than the receive buffer
-// can hold, so the bound ends the emptying only if notifications arrive as
-// fast as they are read.
-inline constexpr int kDrainLimit = 64;
+// Most nl_recvmsgs calls of one dump, notifications read on the way
+// included: far more than the datagrams of the largest table, so the bound
+// ends the reading only if notifications arrive as fast as they are read.
+inline constexpr int kDumpReadLimit = 4096;
 
-// How reading one dump ended.
-enum class dump_outcome {
-  complete,     // its end (NLMSG_DONE) was read
-  refused,      // the kernel refused it for want of room or while busy
-  interrupted,  // complete, but the table changed while it was dumped
-  failed,       // an error reply or a failed read
-  timed_out,    // no end before the deadline
-};
-
-// The requests of one retrieval and what their replies said. Replies carry
-// the sequence number of their request; notifications carry none.
-struct dump_progress {
-  std::vector<std::uint32_t> sequences;  // of the requests sent so far
-  bool finished = false;                 // an NLMSG_DONE of ours was read
-  int refusal = 0;                       // -ENOBUFS or -EBUSY from an error reply
-  int error = 0;                         // any other error reply (negative errno)
-};
-
-// Discards what is queued on the socket (at most kDrainLimit datagrams)
-// without waiting; answers how many datagrams were discarded.
-int drain_socket(nl_sock* sock);
-
-// Installs on `callbacks`, for as long as it lives, the handlers that keep
-// `progress` up to date and let only this retrieval's replies through to the
-// valid-message handler; removes them again when destroyed.
-class dump_callbacks {
+// Notes the dump's end on `callbacks` (NL_CB_FINISH) for as long as it
+// lives, and removes that handler again when destroyed, so that the set is
+// again the one of the module's init.
+class dump_end_watch {
  public:
-  dump_callbacks(nl_cb* callbacks, dump_progress& progress);
-  ~dump_callbacks();
-  dump_callbacks(const dump_callbacks&) = delete;
-  dump_callbacks& operator=(const dump_callbacks&) = delete;
+  explicit dump_end_watch(nl_cb* callbacks);
+  ~dump_end_watch();
+  dump_end_watch(const dump_end_watch&) = delete;
+  dump_end_watch& operator=(const dump_end_watch&) = delete;
+
+  // Whether the dump's NLMSG_DONE has been read.
+  bool ended() const { return ended_; }
 
  private:
+  static int note_end(nl_msg* msg, void* arg);
+
   nl_cb* callbacks_;
+  bool ended_ = false;
 };
 
-// Reads replies of the requests in `progress` with `callbacks` (set up by a
-// live dump_callbacks) until the dump's end, a refusal, a failure or
-// `deadline`.
-dump_outcome read_dump(nl_sock* sock, nl_cb* callbacks, dump_progress& progress,
-                       std::chrono::steady_clock::time_point deadline);
+// Calls nl_recvmsgs(sock, callbacks) until `watch` has seen the dump's end,
+// a call answers a negative result, or kDumpReadLimit calls were made;
+// answers the last call's result. Never waits: the socket is non-blocking,
+// and a read that finds it empty answers "try again", a negative result.
+int read_to_dump_end(nl_sock* sock, nl_cb* callbacks, const dump_end_watch& watch);
 
 }  // namespace qira::network::scan
 

@@ -7,8 +7,6 @@
 
 #include <linux/nl80211.h>
 
-#include <chrono>
-
 #include "frame/context.h"
 #include "frame/module_log.h"
 #include "netlib_events/events_state.h"
@@ -71,53 +69,38 @@ bool check(void* ctx) {
 }
 
 // Dumps the kernel's BSS table of the last trigger's interface into the
-// scan list, through the module's own callback set. The request shares the
-// event socket with every nl80211 notification (scan_dump.h says what that
-// costs on the camera's kernel): the queue is emptied first, only the
-// replies to this call's requests reach the scan list, a dump the kernel
-// refused is asked for again (at most kDumpAttempts requests), and waiting
-// for replies ends at a deadline, so a host's loop is never held.
+// scan list, through the module's own callback set: one request, then reads
+// on to the dump's end past the notifications that share the event socket
+// (scan_dump.h says why one read is not enough). A read that answers
+// anything but 0 before the end fails the request, as would a negative
+// result of a single read; nothing waits.
 bool receive_results(void* ctx) {
+  const message_ptr msg(nlmsg_alloc());
+  if (!msg) {
+    NETLIB_LOG(kLogError, 0, "Failed to allocate netlink message");
+    return false;
+  }
   events::events_state* events = events_of(ctx);
   scan_state* state = state_of(ctx);
-  // Notifications queued now would lie ahead of the dump and leave no room
-  // for its first buffer. They are dropped, as a single read of the dump
-  // would have consumed them; the scan's own end has been handled already.
-  scan::drain_socket(events->sock);
-  scan::dump_progress progress;
-  const scan::dump_callbacks installed(state->callbacks, progress);
-  const auto deadline = std::chrono::steady_clock::now() + scan::kDumpReplyWait;
-  for (int attempt = 0; attempt < scan::kDumpAttempts; ++attempt) {
-    const message_ptr msg(nlmsg_alloc());
-    if (!msg) {
-      NETLIB_LOG(kLogError, 0, "Failed to allocate netlink message");
-      return false;
-    }
-    if (genlmsg_put(msg.get(), NL_AUTO_PORT, NL_AUTO_SEQ, events->nl80211_id, 0, NLM_F_DUMP,
-                    NL80211_CMD_GET_SCAN, 0) == nullptr ||
-        nla_put_u32(msg.get(), NL80211_ATTR_IFINDEX, static_cast<std::uint32_t>(state->ifindex)) !=
-            0) {
-      NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
-      return false;
-    }
-    // Unlike the trigger, a send that reports 0 bytes is not a failure here.
-    if (nl_send_auto_complete(events->sock, msg.get()) < 0) {
-      NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
-      return false;
-    }
-    progress.sequences.push_back(nlmsg_hdr(msg.get())->nlmsg_seq);
-    progress.refusal = 0;
-    const scan::dump_outcome outcome =
-        scan::read_dump(events->sock, state->callbacks, progress, deadline);
-    if (outcome == scan::dump_outcome::complete) {
-      return true;
-    }
-    if (outcome != scan::dump_outcome::refused) {
-      break;
-    }
+  if (genlmsg_put(msg.get(), NL_AUTO_PORT, NL_AUTO_SEQ, events->nl80211_id, 0, NLM_F_DUMP,
+                  NL80211_CMD_GET_SCAN, 0) == nullptr ||
+      nla_put_u32(msg.get(), NL80211_ATTR_IFINDEX, static_cast<std::uint32_t>(state->ifindex)) !=
+          0) {
+    NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
+    return false;
   }
-  NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
-  return false;
+  // Unlike the trigger, a send that reports 0 bytes is not a failure here.
+  if (nl_send_auto_complete(events->sock, msg.get()) < 0) {
+    NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
+    return false;
+  }
+  const scan::dump_end_watch watch(state->callbacks);
+  const int received = scan::read_to_dump_end(events->sock, state->callbacks, watch);
+  if (received < 0 || !watch.ended()) {
+    NETLIB_LOG(kLogError, 0, "Failed to retrieve scan results");
+    return false;
+  }
+  return true;
 }
 
 // Subscriber of the event module; `user` is the library context. Runs
