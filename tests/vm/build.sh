@@ -355,7 +355,7 @@ system_part_foreign() {
 # by SONAME from the system library folder), stripped, and the libraries they
 # need beyond the system part.
 project_programs() {
-  local root=$1 stage=$OUT/work/stage library host_program strip_tool toolchain=()
+  local root=$1 stage=$OUT/work/stage library host_program probe strip_tool toolchain=()
   [ "$ARCH" = amd64 ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$SOURCE_DIR/cmake/toolchains/$ARCH.cmake")
   if [ "${QIRA_VM_SKIP_CMAKE:-0}" != 1 ]; then
     log "building the project ($ARCH, MinSizeRel) in $build_dir"
@@ -375,17 +375,23 @@ project_programs() {
   host_program=$(find "$build_dir" -name qira-vm-host -type f -perm -u+x 2>/dev/null | head -1)
   [ -n "$host_program" ] || die "no qira-vm-host program in $build_dir"
   install -m 755 "$host_program" "$root/usr/bin/qira-vm-host"
+  # The results-dump probe of scan_dump_sequence (tests/vm/probes), the same way.
+  probe=$(find "$build_dir" -name scan-dump-probe -type f -perm -u+x 2>/dev/null | head -1)
+  [ -n "$probe" ] || die "no scan-dump-probe program in $build_dir"
+  install -m 755 "$probe" "$root/usr/bin/scan-dump-probe"
   strip_tool=$(sed -n 's/^CMAKE_STRIP:FILEPATH=//p' "$build_dir/CMakeCache.txt")
-  "${strip_tool:-strip}" "$root/usr/bin/qira-vm-host"
+  "${strip_tool:-strip}" "$root/usr/bin/qira-vm-host" "$root/usr/bin/scan-dump-probe"
   for library in libqira_network_utils_wireless.so libqira_host.so; do
     cp -P "$stage"/lib*/"$library".* "$root/$LIBDIR/" 2> /dev/null || die "$library not installed from $build_dir"
   done
   if [ "$ARCH" = amd64 ]; then
     copy_libraries "$root/usr/bin/qira-wifi" "$root" "$OUT/system.list"
     copy_libraries "$root/usr/bin/qira-vm-host" "$root" "$OUT/system.list"
+    copy_libraries "$root/usr/bin/scan-dump-probe" "$root" "$OUT/system.list"
     copy_libraries "$(ls "$root/$LIBDIR"/libqira_network_utils_wireless.so.*.* | head -1)" "$root" "$OUT/system.list"
   else
-    for library in "$root/usr/bin/qira-wifi" "$root/usr/bin/qira-vm-host" "$root/$LIBDIR"/libqira_*.so.*.*; do
+    for library in "$root/usr/bin/qira-wifi" "$root/usr/bin/qira-vm-host" "$root/usr/bin/scan-dump-probe" \
+      "$root/$LIBDIR"/libqira_*.so.*.*; do
       copy_needed "$library" "$root" build "$OUT/system.list"
     done
   fi
