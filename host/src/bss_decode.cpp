@@ -145,6 +145,13 @@ std::uint8_t signal_from_mbm(std::int32_t mbm) {
       std::clamp(signal_dbm(mbm) + kDbmToSignalByte, kWeakestSignalByte, kStrongestSignalByte));
 }
 
+std::optional<int> signal_dbm_of_byte(std::uint8_t signal, std::uint8_t source) {
+  if (source != kSignalSourceMbm) {
+    return std::nullopt;
+  }
+  return static_cast<int>(signal) - kDbmToSignalByte;
+}
+
 std::uint8_t quality_from_mbm(std::int32_t mbm) {
   return static_cast<std::uint8_t>(
       std::clamp(kQualityPerDb * (signal_dbm(mbm) - kQualityFloorDbm), 0, kHighestFigure));

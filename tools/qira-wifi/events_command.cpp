@@ -154,13 +154,16 @@ int run_events(const GlobalOptions& options, const std::vector<std::string>& /*a
     }
     if (failures_in_a_row >= 2) {
       if (stop.wait(left ? std::min(*left, kEventRetryPause) : kEventRetryPause)) {
-        break;
+        return kExitInterrupted;
       }
       failures_in_a_row = 0;
       continue;
     }
     const StopSignals::Wake wake = stop.wait_readable(fd, left);
-    if (wake == StopSignals::Wake::stop || wake == StopSignals::Wake::timeout) {
+    if (wake == StopSignals::Wake::stop) {
+      return kExitInterrupted;
+    }
+    if (wake == StopSignals::Wake::timeout) {
       break;
     }
     if (wake == StopSignals::Wake::failed) {

@@ -10,10 +10,7 @@ namespace {
 
 int run_link_command(LinkAction action, const GlobalOptions& options,
                      const std::vector<std::string>& args, Streams& streams) {
-  LinkRequest request;
-  if (auto fault = parse_link_request(action, args.at(0), options, request)) {
-    return refuse(streams, *fault);
-  }
+  const LinkRequest request = link_request(action, args.at(0), options);
   ModuleSession session;
   if (!open_module(options, session, streams)) {
     return kExitModuleError;
@@ -29,17 +26,14 @@ int run_link_command(LinkAction action, const GlobalOptions& options,
 
 }  // namespace
 
-std::optional<std::string> parse_link_request(LinkAction action, const std::string& ifname,
-                                              const GlobalOptions& options, LinkRequest& request) {
-  request = LinkRequest{};
+LinkRequest link_request(LinkAction action, const std::string& ifname,
+                         const GlobalOptions& options) {
+  LinkRequest request;
   request.action = action;
   request.ifname = ifname;
   request.ap_mode = options.ap_mode;
   request.vendor_tools = options.vendor_tools;
-  if (action == LinkAction::kRecover && options.vendor_tools) {
-    return std::string("option --vendor does not apply to recover");
-  }
-  return std::nullopt;
+  return request;
 }
 
 const char* link_action_name(LinkAction action) {

@@ -26,10 +26,10 @@ struct LinkRequest {
 };
 
 // The request for `action` on `ifname` with the --ap/--vendor flags of
-// `options`, or the message refusing it (--vendor with recover; IFNAME is
-// checked for every command by run_program).
-std::optional<std::string> parse_link_request(LinkAction action, const std::string& ifname,
-                                              const GlobalOptions& options, LinkRequest& request);
+// `options` (run_program has checked IFNAME, and refused --vendor to
+// recover, which does not take it).
+LinkRequest link_request(LinkAction action, const std::string& ifname,
+                         const GlobalOptions& options);
 
 // The command's name ("connect", "disconnect", "recover").
 const char* link_action_name(LinkAction action);

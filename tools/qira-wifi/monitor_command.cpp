@@ -26,9 +26,6 @@ namespace {
 
 using qira::variant::Variant;
 
-// The longest --timeout taken as given: a day.
-constexpr unsigned long long kLongestMonitorMs = 24ULL * 3600 * 1000;
-
 class Timeline {
  public:
   Timeline(bool json, std::ostream& out) : json_(json), out_(out), started_(nowMs()) {}
@@ -128,8 +125,8 @@ int run_monitor(const GlobalOptions& options, const std::vector<std::string>& ar
   }
   const unsigned long long wanted =
       options.count.value_or(std::numeric_limits<unsigned long long>::max());
-  const unsigned long long limit =
-      std::min(options.timeout_ms.value_or(kLongestMonitorMs), kLongestMonitorMs);
+  // At most a day: the parser refuses more.
+  const unsigned long long limit = options.timeout_ms.value_or(kLongestTimeoutMs);
   const unsigned long long started = nowMs();
   const auto print = [&](const char* source, const std::vector<ReceivedEvent>& events) {
     for (const ReceivedEvent& event : events) {
@@ -173,7 +170,7 @@ int run_monitor(const GlobalOptions& options, const std::vector<std::string>& ar
       events.clear();
       note_change(timeline, wpa, wpa.service(events));
       print(kWpaSource, events);
-      break;
+      return kExitInterrupted;
     }
     if (wake == StopSignals::Wake::failed) {
       streams.err << "qira-wifi: waiting for events failed\n";

@@ -34,9 +34,12 @@ int report_action(const GlobalOptions& options, Streams& streams, const std::str
       log.Append(log_record_to_variant(record));
     }
     streams.out << qira::host::json_safe(root).ToJSON(2) << "\n";
+  } else if (result.ok) {
+    streams.out << action << " " << qira::host::terminal_text(ifname) << ": done\n";
   } else {
-    streams.out << action << " " << qira::host::terminal_text(ifname) << ": "
-                << (result.ok ? std::string("done") : describe_failure(result.log)) << "\n";
+    // A failure is an error: on stderr, where a script's error handling looks.
+    streams.err << "qira-wifi: " << action << " " << qira::host::terminal_text(ifname) << ": "
+                << describe_failure(result.log) << "\n";
   }
   return result.ok ? kExitOk : kExitActionFailed;
 }
@@ -48,7 +51,7 @@ void capture_exception(const std::exception& exception) {
 
 int refuse(Streams& streams, const std::string& message) {
   streams.err << "qira-wifi: " << qira::host::terminal_line(message) << "\n";
-  return kExitUsage;
+  return kExitRefused;
 }
 
 }  // namespace qira::wifi

@@ -25,9 +25,10 @@ struct ActionResult {
 // when it cannot be opened.
 bool open_module(const GlobalOptions& options, ModuleSession& session, Streams& streams);
 
-// Writes the outcome of `action` on `ifname`: "ACTION IFNAME: done" or
-// "ACTION IFNAME: failed (...)" (--json: one object with "action",
-// "ifname", "ok" and "log"), and the log lines on stderr with --verbose.
+// Writes the outcome of `action` on `ifname`: "ACTION IFNAME: done" on
+// stdout, or "qira-wifi: ACTION IFNAME: failed (...)" on stderr (--json: one
+// object with "action", "ifname", "ok" and "log" on stdout either way), and
+// the log lines on stderr with --verbose.
 // Returns kExitOk or kExitActionFailed.
 int report_action(const GlobalOptions& options, Streams& streams, const std::string& action,
                   const std::string& ifname, const ActionResult& result);
@@ -36,7 +37,7 @@ int report_action(const GlobalOptions& options, Streams& streams, const std::str
 // program (module "qira-wifi", level 3), so that it lands in the action's log.
 void capture_exception(const std::exception& exception);
 
-// A refused user value: the message on stderr and kExitUsage.
+// A refused user value: the message on stderr and kExitRefused.
 int refuse(Streams& streams, const std::string& message);
 
 }  // namespace qira::wifi

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
@@ -7,12 +8,8 @@ namespace qira::wifi {
 
 namespace {
 
-constexpr const char kModuleOption[] = "--module";
-constexpr const char kTimeoutOption[] = "--timeout";
-constexpr const char kCountOption[] = "--count";
-
-// A number of milliseconds: decimal digits only, within 64 bits.
-bool parse_milliseconds(const std::string& text, unsigned long long& out) {
+// A count or a number of milliseconds: decimal digits only, within 64 bits.
+bool parse_number(const std::string& text, unsigned long long& out) {
   if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) {
     return false;
   }
@@ -25,30 +22,116 @@ bool parse_milliseconds(const std::string& text, unsigned long long& out) {
   return true;
 }
 
-// "--address" or "--netmask" for `word` ("--address", "--address=..."), else "".
-std::string option_name(const std::string& word) {
-  for (const char* name : {"--address", "--netmask"}) {
-    const std::string option = name;
-    if (word == option || word.rfind(option + "=", 0) == 0) {
-      return option;
+// The option `word` names ("--timeout" or "--timeout=...", "-h" for
+// "--help"), or null.
+const OptionSpec* find_option(const std::string& word) {
+  for (const OptionSpec& spec : option_table()) {
+    const std::string name = spec.name;
+    if (word == name || (spec.value_name != nullptr && word.rfind(name + "=", 0) == 0) ||
+        (spec.bit == kOptionHelp && word == "-h")) {
+      return &spec;
     }
-  }
-  return "";
-}
-
-// The field of a text option named by `word`, or null.
-std::optional<std::string>* text_option(const std::string& word, GlobalOptions& options) {
-  const std::string name = option_name(word);
-  if (name == "--address") {
-    return &options.address;
-  }
-  if (name == "--netmask") {
-    return &options.netmask;
   }
   return nullptr;
 }
 
+// Stores the value of option `spec`; false, with `error` set, when the value
+// is not one the option takes.
+bool store(const OptionSpec& spec, const std::string& value, GlobalOptions& options,
+           std::string& error) {
+  unsigned long long number = 0;
+  switch (spec.bit) {
+    case kOptionModule:
+      options.module_path = value;
+      return true;
+    case kOptionTimeout:
+      if (!parse_number(value, number)) {
+        error = "option --timeout needs a number of milliseconds";
+        return false;
+      }
+      if (number > kLongestTimeoutMs) {
+        error = "option --timeout takes at most " + std::to_string(kLongestTimeoutMs) +
+                " milliseconds (a day)";
+        return false;
+      }
+      options.timeout_ms = number;
+      return true;
+    case kOptionCount:
+      if (!parse_number(value, number)) {
+        error = "option --count needs a number";
+        return false;
+      }
+      options.count = number;
+      return true;
+    case kOptionAddress:
+      options.address = value;
+      return true;
+    case kOptionNetmask:
+      options.netmask = value;
+      return true;
+    case kOptionJson:
+      options.json = true;
+      return true;
+    case kOptionVerbose:
+      options.verbose = true;
+      return true;
+    case kOptionHelp:
+      options.help = true;
+      return true;
+    case kOptionAp:
+      options.ap_mode = true;
+      return true;
+    case kOptionVendor:
+      options.vendor_tools = true;
+      return true;
+    case kOptionAgain:
+      options.again = true;
+      return true;
+  }
+  error = std::string("option ") + spec.name + " is not known";
+  return false;
+}
+
 }  // namespace
+
+const std::vector<OptionSpec>& option_table() {
+  static const std::vector<OptionSpec> options = {
+      {kOptionJson, "--json", nullptr,
+       "print JSON: one object, or JSON Lines for events, wpa-events and monitor"},
+      {kOptionVerbose, "--verbose", nullptr, "also print every module log line on stderr"},
+      {kOptionModule, "--module", "PATH",
+       "load the module from PATH (default: $QIRA_WIRELESS_MODULE, else "
+       "libqira_network_utils_wireless.so.1)"},
+      {kOptionHelp, "--help", nullptr, "print this help"},
+      {kOptionTimeout, "--timeout", "MS",
+       "wpa: wait this long for the reply (default 10000); scan: for the scan's end (default "
+       "10000); events, wpa-events, monitor: stop after this long"},
+      {kOptionCount, "--count", "N", "events, monitor: stop after N events"},
+      {kOptionAp, "--ap", nullptr,
+       "apply, connect, disconnect, recover, scan: the setup access point"},
+      {kOptionVendor, "--vendor", nullptr, "connect, disconnect: the vendor tools"},
+      {kOptionAgain, "--again", nullptr,
+       "scan: ask for the results a second time and show that answer too"},
+      {kOptionAddress, "--address", "A", "hook: the access point's address (default 192.168.1.1)"},
+      {kOptionNetmask, "--netmask", "M", "hook: its netmask (default 255.255.255.0)"},
+  };
+  return options;
+}
+
+std::string option_synopsis(const OptionSpec& spec) {
+  return spec.value_name == nullptr ? std::string(spec.name)
+                                    : std::string(spec.name) + " " + spec.value_name;
+}
+
+std::string option_names(unsigned int bits) {
+  std::string names;
+  for (const OptionSpec& spec : option_table()) {
+    if ((bits & spec.bit) != 0) {
+      names += (names.empty() ? "" : ", ") + std::string(spec.name);
+    }
+  }
+  return names;
+}
 
 bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
                         std::string& error) {
@@ -58,23 +141,22 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
     const std::string& word = args[i];
     if (options_ended || word.empty() || word[0] != '-' || word == "-") {
       result.words.push_back(word);
-    } else if (word == "--") {
+      continue;
+    }
+    if (word == "--") {
       options_ended = true;
-    } else if (word == "--json") {
-      result.options.json = true;
-    } else if (word == "--verbose") {
-      result.options.verbose = true;
-    } else if (word == "--help" || word == "-h") {
-      result.options.help = true;
-    } else if (word == "--ap") {
-      result.options.ap_mode = true;
-    } else if (word == "--again") {
-      result.options.again = true;
-    } else if (word == "--vendor") {
-      result.options.vendor_tools = true;
-    } else if (std::optional<std::string>* target = text_option(word, result.options)) {
-      const std::string name = option_name(word);
-      std::string value;
+      continue;
+    }
+    const OptionSpec* spec = find_option(word);
+    if (spec == nullptr) {
+      const std::string name = word.substr(0, word.find('='));
+      const OptionSpec* flag = find_option(name);
+      error = flag != nullptr ? "option " + name + " takes no value" : "unknown option " + word;
+      return false;
+    }
+    std::string value;
+    if (spec->value_name != nullptr) {
+      const std::string name = spec->name;
       if (word == name) {
         if (i + 1 < args.size()) {
           value = args[++i];
@@ -82,62 +164,16 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
       } else {
         value = word.substr(name.size() + 1);
       }
-      if (value.empty()) {
-        error = "option " + name + " needs a value";
+      // An empty number is refused by its own check, with its own words.
+      if (value.empty() && spec->bit != kOptionTimeout && spec->bit != kOptionCount) {
+        error = "option " + name + " needs " + (spec->bit == kOptionModule ? "a PATH" : "a value");
         return false;
       }
-      *target = value;
-    } else if (word == kModuleOption) {
-      if (i + 1 >= args.size() || args[i + 1].empty()) {
-        error = "option --module needs a PATH";
-        return false;
-      }
-      result.options.module_path = args[++i];
-    } else if (word.rfind(std::string(kModuleOption) + "=", 0) == 0) {
-      result.options.module_path = word.substr(sizeof(kModuleOption));
-      if (result.options.module_path.empty()) {
-        error = "option --module needs a PATH";
-        return false;
-      }
-    } else if (word == kTimeoutOption || word.rfind(std::string(kTimeoutOption) + "=", 0) == 0) {
-      std::string value;
-      if (word == kTimeoutOption) {
-        if (i + 1 < args.size()) {
-          value = args[++i];
-        }
-      } else {
-        value = word.substr(sizeof(kTimeoutOption));
-      }
-      unsigned long long milliseconds = 0;
-      if (!parse_milliseconds(value, milliseconds)) {
-        error = "option --timeout needs a number of milliseconds";
-        return false;
-      }
-      if (milliseconds > kLongestTimeoutMs) {
-        error = "option --timeout takes at most " + std::to_string(kLongestTimeoutMs) +
-                " milliseconds (a day)";
-        return false;
-      }
-      result.options.timeout_ms = milliseconds;
-    } else if (word == kCountOption || word.rfind(std::string(kCountOption) + "=", 0) == 0) {
-      std::string value;
-      if (word == kCountOption) {
-        if (i + 1 < args.size()) {
-          value = args[++i];
-        }
-      } else {
-        value = word.substr(sizeof(kCountOption));
-      }
-      unsigned long long count = 0;
-      if (!parse_milliseconds(value, count)) {
-        error = "option --count needs a number";
-        return false;
-      }
-      result.options.count = count;
-    } else {
-      error = "unknown option " + word;
+    }
+    if (!store(*spec, value, result.options, error)) {
       return false;
     }
+    result.options.given |= spec->bit;
   }
   out = std::move(result);
   return true;

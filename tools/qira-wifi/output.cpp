@@ -111,7 +111,7 @@ Variant log_record_to_variant(const LogRecord& record) {
 
 Variant info_to_variant(const InfoReport& report) {
   Variant root;
-  root["interface"] = report.ifname;
+  root["ifname"] = report.ifname;
   root["module"] = report.module_path;
   Variant& queries = root["queries"];
   queries.IsArray(false);

@@ -27,7 +27,7 @@ std::string render_info_text(const InfoReport& report);
 
 // {"message", "errno", "error", "level", "module", "file", "function", "line"}
 qira::variant::Variant log_record_to_variant(const qira::host::LogRecord& record);
-// {"interface", "module", "queries": {name: {"ok": true, "value": v} or
+// {"ifname", "module", "queries": {name: {"ok": true, "value": v} or
 // {"ok": false, "log": [records]}}}; a success without an answer has a null
 // value; a quoted answer (the ESSID, from the air) is a string only when it
 // is UTF-8, and its bytes are always under "value_hex".

@@ -89,7 +89,7 @@ int run_scan(const GlobalOptions& options, const std::vector<std::string>& args,
     const StopSignals::Wake wake = stop.wait_readable(fd, limit - elapsed);
     if (wake == StopSignals::Wake::stop) {
       streams.err << "qira-wifi: interrupted\n";
-      return kExitActionFailed;
+      return kExitInterrupted;
     }
     if (wake == StopSignals::Wake::failed) {
       streams.err << "qira-wifi: the event module's socket cannot be waited on\n";

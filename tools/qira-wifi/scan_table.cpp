@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "qira/host/bss_decoder.h"
 #include "qira/host/outside_text.h"
 #include "qira/network/ap_selection.h"
 #include "qira/network/netlib_scan.h"
@@ -83,6 +84,20 @@ std::string security_text(const ap_info& record) {
   }
 }
 
+std::optional<int> signal_dbm(const ap_info& record) {
+  return qira::host::signal_dbm_of_byte(record.signal, record.link_byte_3);
+}
+
+std::string signal_text(const ap_info& record) {
+  if (std::optional<int> dbm = signal_dbm(record)) {
+    return std::to_string(*dbm) + " dBm";
+  }
+  if (record.link_byte_3 == qira::host::kSignalSourceUnspecified) {
+    return std::to_string(record.signal) + "/100";
+  }
+  return "-";
+}
+
 std::string band_text(unsigned int frequency) {
   const char* band = freq_to_band_string(frequency);
   return band == nullptr ? "unknown" : band;
@@ -98,7 +113,7 @@ std::string render_scan_text(const std::vector<ap_info>& records) {
        << " " << padded("SSID", ssid_width) << " " << std::right << std::setw(7) << "CHANNEL"
        << " " << std::setw(9) << "FREQUENCY"
        << " " << std::left << std::setw(8) << "BAND"
-       << " " << std::right << std::setw(6) << "SIGNAL"
+       << " " << std::right << std::setw(8) << "SIGNAL"
        << " "
        << "SECURITY\n";
   for (const ap_info& record : records) {
@@ -106,8 +121,7 @@ std::string render_scan_text(const std::vector<ap_info>& records) {
          << padded(shown_ssid(record), ssid_width) << " " << std::right << std::setw(7)
          << static_cast<unsigned int>(record.channel) << " " << std::setw(9) << record.frequency
          << " " << std::left << std::setw(8) << band_text(record.frequency) << " " << std::right
-         << std::setw(6) << static_cast<unsigned int>(record.signal) << " " << security_text(record)
-         << "\n";
+         << std::setw(8) << signal_text(record) << " " << security_text(record) << "\n";
   }
   return text.str();
 }
@@ -131,7 +145,13 @@ qira::variant::Variant access_points_variant(const std::vector<ap_info>& records
     entry["channel"] = static_cast<unsigned int>(record.channel);
     entry["frequency"] = static_cast<unsigned int>(record.frequency);
     entry["band"] = band_text(record.frequency);
-    entry["signal"] = static_cast<unsigned int>(record.signal);
+    // dBm where the byte stands for dBm (null otherwise), and the byte itself.
+    if (std::optional<int> dbm = signal_dbm(record)) {
+      entry["signal"] = *dbm;
+    } else {
+      entry["signal"] = qira::variant::Variant();
+    }
+    entry["signal_raw"] = static_cast<unsigned int>(record.signal);
     entry["quality"] = static_cast<unsigned int>(record.quality);
     entry["security"] = security_text(record);
     list.Append(entry);

@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "event_names.h"
+#include "events_command.h"
 #include "input_table.h"
 #include "network_action.h"
 #include "output.h"
@@ -73,11 +74,6 @@ int unreachable(const std::string& ifname, CommandLog& log, Streams& streams) {
 
 }  // namespace
 
-std::string format_event_line(network::event_type type, const qira::variant::Variant& payload) {
-  return std::to_string(static_cast<int>(type)) + " " + event_type_name(static_cast<int>(type)) +
-         " " + qira::host::json_safe(payload).ToJSON() + "\n";
-}
-
 std::string join_command(const std::vector<std::string>& words) {
   std::string command;
   for (std::size_t i = 0; i < words.size(); ++i) {
@@ -112,6 +108,14 @@ int run_wpa(const GlobalOptions& options, const std::vector<std::string>& args, 
     streams.err << "qira-wifi: no reply from the wpa_supplicant of "
                 << qira::host::terminal_text(ifname) << " within " << timeout << " ms\n";
     return kExitActionFailed;
+  }
+  if (options.json) {
+    qira::variant::Variant root;
+    root["ifname"] = ifname;
+    root["command"] = command;
+    root["reply"] = reply;
+    streams.out << qira::host::json_safe(root).ToJSON(2) << "\n";
+    return kExitOk;
   }
   // The reply is the daemon's text, which may quote names from the air.
   streams.out << qira::host::terminal_lines(reply);
@@ -151,7 +155,7 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
   const auto print_events = [&](const std::vector<ReceivedEvent>& received) {
     for (const ReceivedEvent& event : received) {
       // Written at once, so that a reader of a pipe sees events as they come.
-      streams.out << format_event_line(static_cast<network::event_type>(event.type), event.payload)
+      streams.out << render_event_line(event.type, event.payload, options.json) << "\n"
                   << std::flush;
     }
   };
@@ -163,8 +167,9 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
       if (elapsed >= *options.timeout_ms) {
         break;
       }
-      wait = std::min(wait, std::chrono::milliseconds(static_cast<long long>(
-                                std::min(*options.timeout_ms - elapsed, kLongestWaitMs))));
+      // The parser took at most a day: the difference fits.
+      wait = std::min(
+          wait, std::chrono::milliseconds(static_cast<long long>(*options.timeout_ms - elapsed)));
     }
     std::vector<StopSignals::Readiness> ready;
     const StopSignals::Wake wake = signals.wait_any({source.fd()}, wait, ready);
@@ -173,7 +178,7 @@ int run_wpa_events(const GlobalOptions& options, const std::vector<std::string>&
       events.clear();
       source.service(events);
       print_events(events);
-      break;
+      return kExitInterrupted;
     }
     if (wake == StopSignals::Wake::failed) {
       streams.err << "qira-wifi: waiting for the wpa_supplicant of "

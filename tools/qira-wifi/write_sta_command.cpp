@@ -78,6 +78,7 @@ int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& 
   }
   if (options.json) {
     qira::variant::Variant root;
+    root["ifname"] = request.ifname;
     root["file"] = kStationFile;
     root["ok"] = result.ok;
     qira::variant::Variant& log = root["log"];
@@ -89,7 +90,7 @@ int run_write_sta(const GlobalOptions& options, const std::vector<std::string>& 
   } else if (result.ok) {
     streams.out << kStationFile << ": written\n";
   } else {
-    streams.out << kStationFile << ": " << describe_failure(result.log) << "\n";
+    streams.err << "qira-wifi: " << kStationFile << ": " << describe_failure(result.log) << "\n";
   }
   return result.ok ? kExitOk : kExitActionFailed;
 }

@@ -349,6 +349,22 @@ TEST(SignalFromMbm, StrongerIsLarger) {
   }
 }
 
+// The byte read back: the dBm the decoder stored, for an mBm source only.
+TEST(SignalDbmOfByte, TheDecodersByteReadBack) {
+  EXPECT_EQ(qira::host::signal_dbm_of_byte(226, qira::host::kSignalSourceMbm), -30);
+  EXPECT_EQ(qira::host::signal_dbm_of_byte(211, qira::host::kSignalSourceMbm), -45);
+  EXPECT_EQ(qira::host::signal_dbm_of_byte(1, qira::host::kSignalSourceMbm), -255);
+  EXPECT_EQ(qira::host::signal_dbm_of_byte(255, qira::host::kSignalSourceMbm), -1);
+  for (std::int32_t mbm = -25400; mbm <= -100; mbm += 100) {
+    EXPECT_EQ(qira::host::signal_dbm_of_byte(qira::host::signal_from_mbm(mbm),
+                                             qira::host::kSignalSourceMbm),
+              mbm / 100)
+        << mbm;
+  }
+  EXPECT_EQ(qira::host::signal_dbm_of_byte(42, qira::host::kSignalSourceUnspecified), std::nullopt);
+  EXPECT_EQ(qira::host::signal_dbm_of_byte(0, qira::host::kSignalSourceNone), std::nullopt);
+}
+
 TEST(DecodeBss, PureFieldsWithoutAMessage) {
   const Bytes ies = join({ssid_element("pure"), kRsnWpa2Psk});
   bss_fields fields;

@@ -172,7 +172,7 @@ TEST(EventsWait, AStopSignalEndsTheWaitAtOnce) {
   program.join();
   ASSERT_TRUE(waiting);
   EXPECT_LT(std::chrono::steady_clock::now() - started, 10s);
-  EXPECT_EQ(result.status, kExitOk) << result.err;
+  EXPECT_EQ(result.status, kExitInterrupted) << result.err;
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(reads.empty_reads(), 1);
 }
@@ -225,7 +225,7 @@ TEST(ScanWait, AScanThatEndsLaterIsServicedWhenItsNotificationsArrive) {
   program.join();
   ASSERT_TRUE(waiting);
   EXPECT_EQ(result.status, kExitOk) << result.err;
-  EXPECT_EQ(result.out, "BSSID              SSID CHANNEL FREQUENCY BAND     SIGNAL SECURITY\n");
+  EXPECT_EQ(result.out, "BSSID              SSID CHANNEL FREQUENCY BAND       SIGNAL SECURITY\n");
   EXPECT_EQ(result.err, "");
   // The acknowledgement, the two notifications and the empty dump's reply.
   EXPECT_EQ(reads.datagram_reads(), 4);
@@ -245,7 +245,7 @@ TEST(ScanWait, AStopSignalInterruptsTheScan) {
   }
   program.join();
   ASSERT_TRUE(waiting);
-  EXPECT_EQ(result.status, kExitActionFailed);
+  EXPECT_EQ(result.status, kExitInterrupted);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err, "qira-wifi: interrupted\n");
 }

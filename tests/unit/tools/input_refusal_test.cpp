@@ -72,7 +72,7 @@ void expect_refused(const Args& args, const std::string& message) {
   qira::host::NetlibRecorder netlib;
   qira::host::LogCapture log;
   const ProgramRun run = run_args(args);
-  EXPECT_EQ(run.status, kExitUsage);
+  EXPECT_EQ(run.status, kExitRefused);
   EXPECT_EQ(run.err, "qira-wifi: " + message + "\n");
   EXPECT_EQ(run.out, "");
   EXPECT_TRUE(processes.calls().empty()) << processes.calls().size() << " process calls";

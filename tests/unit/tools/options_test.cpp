@@ -135,5 +135,32 @@ TEST(Options, CountNeedsADecimalNumber) {
   EXPECT_EQ(parse_error({"events", "--count=x"}), "option --count needs a number");
 }
 
+TEST(Options, AFlagTakesNoValue) {
+  EXPECT_EQ(parse_error({"scan", "wlan0", "--ap=1"}), "option --ap takes no value");
+  EXPECT_EQ(parse_error({"--json=yes", "info", "lo"}), "option --json takes no value");
+}
+
+// Which options the line gave, for the command to refuse those it does not
+// take.
+TEST(Options, GivenHoldsEveryOptionOfTheLine) {
+  EXPECT_EQ(parse_ok({"info", "lo"}).options.given, 0u);
+  EXPECT_EQ(parse_ok({"--json", "scan", "--ap", "--timeout=5", "wlan0"}).options.given,
+            static_cast<unsigned int>(kOptionJson | kOptionAp | kOptionTimeout));
+  EXPECT_EQ(parse_ok({"-h"}).options.given, static_cast<unsigned int>(kOptionHelp));
+  EXPECT_EQ(parse_ok({"info", "--", "--ap"}).options.given, 0u);
+}
+
+TEST(Options, TheTableInHelpOrder) {
+  std::vector<std::string> names;
+  for (const OptionSpec& spec : option_table()) {
+    names.push_back(option_synopsis(spec));
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"--json", "--verbose", "--module PATH", "--help",
+                                             "--timeout MS", "--count N", "--ap", "--vendor",
+                                             "--again", "--address A", "--netmask M"}));
+  EXPECT_EQ(option_names(kOptionAgain | kOptionJson | kOptionCount), "--json, --count, --again");
+  EXPECT_EQ(option_names(0), "");
+}
+
 }  // namespace
 }  // namespace qira::wifi

@@ -148,7 +148,7 @@ TEST(Output, TextOfNoQueriesIsEmpty) {
 
 TEST(Output, JsonHasOneEntryPerQuery) {
   const Variant json = info_to_variant(sample_report());
-  EXPECT_EQ(static_cast<const std::string&>(json["interface"]), "wlan0");
+  EXPECT_EQ(static_cast<const std::string&>(json["ifname"]), "wlan0");
   EXPECT_EQ(static_cast<const std::string&>(json["module"]), "libqira_network_utils_wireless.so.1");
   ASSERT_NE(json["queries"].AsMap(), nullptr);
   EXPECT_EQ(json["queries"].Size(), 4u);

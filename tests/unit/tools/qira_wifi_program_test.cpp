@@ -94,7 +94,7 @@ TEST(QiraWifiProgram, InfoOnLoopbackAsJson) {
   std::string error;
   ASSERT_TRUE(Variant::FromJSON(result.out, json, &error)) << error << "\n" << result.out;
   EXPECT_EQ(json.Size(), 3u);
-  EXPECT_EQ(static_cast<const std::string&>(json["interface"]), "lo");
+  EXPECT_EQ(static_cast<const std::string&>(json["ifname"]), "lo");
   EXPECT_FALSE(static_cast<const std::string&>(json["module"]).empty());
 
   const Variant& queries = json["queries"];
@@ -241,8 +241,7 @@ TEST(QiraWifiProgram, UsageErrorExitsWithTwo) {
   const ChildResult result = run_qira_wifi({"info"});
   EXPECT_EQ(result.exit_status, 2);
   EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err.rfind("qira-wifi: usage: qira-wifi info IFNAME\nusage: qira-wifi ", 0), 0u)
-      << result.err;
+  EXPECT_EQ(result.err, "usage: qira-wifi info IFNAME\n");
 }
 
 TEST(QiraWifiProgram, HelpExitsWithZero) {

@@ -38,6 +38,8 @@ echo "=== And for a radio that has joined nothing, and a name that does not exis
 ip link set "$SPARE_IF" up
 show qira-wifi info "$SPARE_IF"
 show qira-wifi info nosuch0
+echo "(these failures are the kernel's answers, as expected: wlan1 has no link, so no frequency,"
+echo " rate or statistics; nosuch0 does not exist)"
 echo
 
 # The later chapters (events, scanning, the setup flow), in name order; each

@@ -2,7 +2,8 @@
 # wlan1" finds HomeOpen (open, channel 1) and HomeWPA2 (WPA2-PSK, channel 6)
 # with their channels, frequencies, band and security, in the ranking's
 # order, and agrees with "iw dev wlan1 scan dump" (after a trigger whose end
-# "iw event" reported) on every BSSID, SSID and frequency; a second results
+# "iw event" reported) on every BSSID, SSID, frequency and signal in dBm (in
+# its JSON and in the table it prints); a second results
 # call for the same scan delivers nothing; a scan cut short by taking the
 # interface down reports aborted; and with the camera's setup access point
 # up, the results call of an aborted scan in access-point mode restarts
@@ -68,21 +69,44 @@ expect_true "iw event reports the end of the scan" wait_for 30 spare_event_count
 stop_pidfile "$QVM_STATE/scan-iw-event.pid"
 cat "$SPARE_EVENTS"
 iw dev "$SPARE_IF" scan dump > "$scan.iw"
-grep -E '^BSS|SSID|freq' "$scan.iw"
-# "BSSID SSID FREQUENCY" lines, sorted, from each side.
+grep -E '^BSS|SSID|freq|signal' "$scan.iw"
+# "BSSID SSID FREQUENCY SIGNAL" lines, sorted, from each side; iw's signal
+# ("-30.00 dBm") cut to whole dBm, as the module's mBm figure is.
 iw_view() {
-  awk '/^BSS / { if (b != "") print b, s, f; b = substr($2, 1, 17); s = ""; f = "" }
+  awk '/^BSS / { if (b != "") print b, s, f, g; b = substr($2, 1, 17); s = ""; f = ""; g = "" }
     /^[[:space:]]+freq:/ { f = $2; sub(/\..*/, "", f) }
     /^[[:space:]]+SSID:/ { s = $2 }
-    END { if (b != "") print b, s, f }' "$scan.iw" | sort
+    /^[[:space:]]+signal:/ { g = $2; sub(/\..*/, "", g) }
+    END { if (b != "") print b, s, f, g }' "$scan.iw" | sort
 }
 module_view() {
   awk -F '\t' '$1 ~ /^access_points\.[0-9]+\./ { split($1, p, "."); v[p[2], p[3]] = $3; n[p[2]] = 1 }
-    END { for (i in n) print v[i, "bssid"], v[i, "ssid"], v[i, "frequency"] }' "$flat" | sort
+    END { for (i in n) print v[i, "bssid"], v[i, "ssid"], v[i, "frequency"], v[i, "signal"] }' \
+    "$flat" | sort
 }
 echo "iw:     $(iw_view | tr '\n' ';')"
 echo "module: $(module_view | tr '\n' ';')"
-expect_eq "iw and the module agree on BSSID, SSID and frequency" "$(iw_view)" "$(module_view)"
+expect_eq "iw and the module agree on BSSID, SSID, frequency and signal (dBm)" "$(iw_view)" \
+  "$(module_view)"
+# The byte beside the dBm is the record's own: dBm + 256.
+for bssid in $(iw_view | cut -d' ' -f1); do
+  dbm=$(iw_view | awk -v b="$bssid" '$1 == b { print $4 }')
+  ssid=$(iw_view | awk -v b="$bssid" '$1 == b { print $2 }')
+  expect_eq "$ssid signal_raw" "$((dbm + 256))" "$(ap_field "$flat" "$ssid" signal_raw)"
+done
+
+step "the table qira-wifi scan prints shows the same signal in dBm"
+echo "camera# qira-wifi scan $SPARE_IF"
+qira-wifi --timeout 30000 scan "$SPARE_IF" > "$scan.table" 2> "$scan.table.stderr"
+expect_eq "text scan exit status" 0 "$?"
+cat "$scan.table" "$scan.table.stderr"
+expect_eq "table header" "BSSID              SSID     CHANNEL FREQUENCY BAND       SIGNAL SECURITY" \
+  "$(head -1 "$scan.table")"
+# "BSSID SIGNAL" from the table: the number before "dBm".
+table_view() {
+  awk 'NR > 1 { for (i = 2; i <= NF; i++) if ($i == "dBm") print $1, $(i - 1) }' "$scan.table" | sort
+}
+expect_eq "the table's dBm, as iw says" "$(iw_view | awk '{ print $1, $4 }')" "$(table_view)"
 
 step "a scan cut short: $SPARE_IF goes down while it runs"
 listen_spare_events || return 1

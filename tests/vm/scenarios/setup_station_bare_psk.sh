@@ -11,8 +11,15 @@ run_qira_wifi "apply" "apply $CAMERA_IF: done" apply "$CAMERA_IF" "$conf" || ret
 expect_eq "station file psk line" "$(printf '\tpsk=%s' "$HOME_WPA2_PSK")" "$(grep psk= /etc/wlan0.conf)"
 # "-s": wpa_supplicant reports to syslog, from its first line on.
 syslog_lines=$(wc -l < /var/log/messages)
-run_qira_wifi "connect" "connect $CAMERA_IF: failed (Failed to run wpa_supplicant; Failed to execute wpa_supplicant)" \
-  connect "$CAMERA_IF"
+# The failure is an error: on stderr, with exit status 3, nothing on stdout.
+echo "camera# qira-wifi connect $CAMERA_IF"
+qira-wifi connect "$CAMERA_IF" > "$QVM_STATE/scenario/connect.out" 2> "$QVM_STATE/scenario/connect.err"
+expect_eq "connect exit status" 3 "$?"
+cat "$QVM_STATE/scenario/connect.err"
+expect_eq "connect stderr" \
+  "qira-wifi: connect $CAMERA_IF: failed (Failed to run wpa_supplicant; Failed to execute wpa_supplicant)" \
+  "$(cat "$QVM_STATE/scenario/connect.err")"
+expect_eq "connect stdout" "" "$(cat "$QVM_STATE/scenario/connect.out")"
 new_syslog_has() { tail -n "+$((syslog_lines + 1))" /var/log/messages | grep -q "$1"; }
 expect_true "wpa_supplicant's complaint in syslog" wait_for 5 new_syslog_has "Invalid PSK '$HOME_WPA2_PSK'"
 tail -n "+$((syslog_lines + 1))" /var/log/messages | grep wpa_supplicant

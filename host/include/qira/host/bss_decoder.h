@@ -100,6 +100,10 @@ std::uint8_t channel_from_frequency(std::uint32_t mhz);
 // Signal byte and quality figure of a signal in mBm.
 std::uint8_t signal_from_mbm(std::int32_t mbm);
 std::uint8_t quality_from_mbm(std::int32_t mbm);
+// The dBm that a record's signal byte stands for when its source (its
+// link_byte_3) is kSignalSourceMbm: the byte less 256 (211 is -45 dBm);
+// std::nullopt for the other sources, whose figure is no dBm.
+std::optional<int> signal_dbm_of_byte(std::uint8_t signal, std::uint8_t source);
 
 // Fills `entry` (which the caller has zeroed) from `fields`.
 void decode_bss(const bss_fields& fields, scan_entry& entry);

@@ -31,7 +31,7 @@ show qira-wifi wpa "$CAMERA_IF" RECONNECT
 wait_for 30 grep -q ' connected_to_ap ' "$wpa_demo_events" || echo "(no connected_to_ap within 30 s)"
 show kill -INT "$wpa_demo_pid"
 wait "$wpa_demo_pid"
-echo "(qira-wifi wpa-events exited with status $?)"
+echo "(qira-wifi wpa-events ended on the interrupt with exit status $?, as an interrupted command does)"
 show cat "$wpa_demo_events"
 wait_associated "$CAMERA_IF" 30 && echo "($CAMERA_IF associated again)"
 echo

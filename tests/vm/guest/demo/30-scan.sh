@@ -7,5 +7,5 @@ show qira-wifi scan "$SPARE_IF"
 echo
 echo "=== The same radio's BSS table as the kernel holds it (iw)"
 echo
-echo "camera# iw dev $SPARE_IF scan dump | grep -E '^BSS |^[[:space:]](SSID|freq):'"
-iw dev "$SPARE_IF" scan dump | grep -E '^BSS |^[[:space:]](SSID|freq):'
+echo "camera# iw dev $SPARE_IF scan dump | grep -E '^BSS |^[[:space:]](SSID|freq|signal):'"
+iw dev "$SPARE_IF" scan dump | grep -E '^BSS |^[[:space:]](SSID|freq|signal):'

@@ -21,6 +21,8 @@ conf=$QVM_STATE/scenario/network.json
 write_station_config "$conf"
 show cat "$conf"
 show qira-wifi apply "$SETUP_AP_IF" "$conf" --ap
+echo "(\"command failed: No such device (-19)\" is iw's, as expected: the module first deletes any"
+echo " stale $SETUP_AP_IF, and there is none yet; it then creates it)"
 show qira-wifi connect "$SETUP_AP_IF" --ap
 wait_for 20 setup_ap_state_is ENABLED || echo "(hostapd not ENABLED within 20 s)"
 show cat /etc/hostapd.conf
@@ -37,6 +39,8 @@ echo "phone# wpa_cli -p $QVM_STATE/phone -i $PHONE_IF status | grep -E '^(bssid|
 phone_cli status | grep -E '^(bssid|ssid|wpa_state)='
 phone_show udhcpc -i "$PHONE_IF" -n -q -t 10 -T 1 -A 1 -s "$QVM_DIR/udhcpc.sh"
 phone_show nslookup config.zem "$SETUP_AP_ADDRESS"
+echo "(the REFUSED line answers nslookup's IPv6 question, which the camera's dnsmasq has no"
+echo " address for, as expected; the IPv4 answer above is config.zem's)"
 show grep DHCPACK /var/log/dnsmasq.log
 stop_pidfile "$QVM_STATE/phone-wpa_supplicant.pid"
 

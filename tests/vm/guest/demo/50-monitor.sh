@@ -18,7 +18,7 @@ wait_for 15 monitor_demo_has wpa_reattached || echo "(the monitor did not attach
 wait_for 30 monitor_demo_has connected_to_ap || echo "(no connected_to_ap within 30 s)"
 show kill -INT "$monitor_demo_pid"
 wait "$monitor_demo_pid"
-echo "(qira-wifi monitor exited with status $?)"
+echo "(qira-wifi monitor ended on the interrupt with exit status $?, as an interrupted command does)"
 show cat "$monitor_demo_out"
 wait_associated "$CAMERA_IF" 30 && echo "($CAMERA_IF associated)"
 echo
