@@ -24,6 +24,7 @@ packages=(
   wpasupplicant     # the real wpa_supplicant the control client is tested against
   valgrind          # scripts/valgrind.sh, memcheck of the unit suite
   git               # the format check lists the tracked files
+  groff-base        # tests/packaging/manual_test.sh reads qira-wifi's manual page
 )
 
 # shellcheck source=scripts/packages.sh

@@ -138,7 +138,8 @@ major="${version%%.*}"
 printf '%s\n' "usr/lib/$module_lib.$major" "usr/lib/$module_lib.$version" \
   >"$work/qira-network-utils-wireless.expected"
 printf '%s\n' "usr/lib/$host_lib.$major" "usr/lib/$host_lib.$version" >"$work/qira-host.expected"
-printf '%s\n' usr/bin/qira-wifi >"$work/qira-wifi.expected"
+printf '%s\n' usr/bin/qira-wifi usr/share/bash-completion/completions/qira-wifi \
+  usr/share/man/man1/qira-wifi.1 >"$work/qira-wifi.expected"
 while read -r package; do
   list_files "$work/root/$package" >"$work/$package.files"
   expect_same "files of $package" "$work/$package.expected" "$work/$package.files"

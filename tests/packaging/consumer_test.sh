@@ -11,7 +11,7 @@
 #   work=DIR         scratch folder, emptied first (inside the build tree)
 #   version=X.Y.Z    the project's version; soversion=N its SONAME number
 #   build_type=      CMAKE_BUILD_TYPE of the build (may be empty)
-#   libdir=, includedir=, bindir=   the install folders, relative
+#   libdir=, includedir=, bindir=, mandir=, datadir=   the install folders, relative
 #   cmake=, generator=, cxx=, cxxflags=, pkg_config=   the build's tools
 #   pkg_config_libdir=   PKG_CONFIG_LIBDIR of the build (cross builds)
 #   toolchain=FILE   CMAKE_TOOLCHAIN_FILE of the build (cross builds)
@@ -35,8 +35,8 @@ while [ $# -gt 0 ]; do
   shift
 done
 emulator=("$@")
-for key in build source work version soversion libdir includedir bindir cmake generator cxx \
-  pkg_config; do
+for key in build source work version soversion libdir includedir bindir mandir datadir cmake \
+  generator cxx pkg_config; do
   if [ -z "${arg[$key]:-}" ]; then
     echo "consumer_test.sh: $key= is missing" >&2
     exit 2
@@ -135,9 +135,16 @@ soname=$(readelf -d "$work/module/$libdir/$module_lib.$version" |
 if [ "${arg[tools]}" = ON ]; then
   logged "$work/install-tools.log" \
     "${arg[cmake]}" --install "${arg[build]}" --component tools --prefix "$work/tools"
-  echo "${arg[bindir]}/qira-wifi" >"$work/tools.expected"
+  printf '%s\n' "${arg[bindir]}/qira-wifi" "${arg[mandir]}/man1/qira-wifi.1" \
+    "${arg[datadir]}/bash-completion/completions/qira-wifi" >"$work/tools.expected"
   expect_files "$work/tools" "$work/tools.expected"
-  echo "consumer_test.sh: the tools component installs ${arg[bindir]}/qira-wifi"
+  cmp -s "$source/tools/qira-wifi/qira-wifi.1" "$work/tools/${arg[mandir]}/man1/qira-wifi.1" ||
+    fail "the installed manual page is not tools/qira-wifi/qira-wifi.1"
+  cmp -s "$source/tools/qira-wifi/qira-wifi.bash-completion" \
+    "$work/tools/${arg[datadir]}/bash-completion/completions/qira-wifi" ||
+    fail "the installed completion is not tools/qira-wifi/qira-wifi.bash-completion"
+  echo "consumer_test.sh: the tools component installs ${arg[bindir]}/qira-wifi, its manual" \
+    "page and its bash completion"
 fi
 echo "consumer_test.sh: the module and host components install the expected files"
 
