@@ -4,11 +4,14 @@
 // (descriptors.h).
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -16,6 +19,7 @@
 
 #include "descriptors.h"
 #include "host_internal.h"
+#include "qira/host/program_output.h"
 #include "qira/utils/file.h"
 
 namespace qira::host {
@@ -133,6 +137,24 @@ void write_full(int fd, const void* buffer, std::size_t size) {
       ::execv(argv[0], argv);
       error = errno;
     }
+  }
+  write_full(report_fd, &error, sizeof(error));
+  ::_exit(kExecFailedStatus);
+}
+
+// The child of run_for_output: an empty standard input, `output_fd` as its
+// standard output and error, nothing else but the close-on-exec report pipe.
+// Only async-signal-safe calls.
+[[noreturn]] void become_reporting_child(int output_fd, int report_fd, char* const* argv) {
+  int error = 0;
+  const int null_fd = ::open(kDevNull, O_RDONLY);
+  if (null_fd < 0 || ::dup2(null_fd, STDIN_FILENO) < 0 || ::dup2(output_fd, STDOUT_FILENO) < 0 ||
+      ::dup2(output_fd, STDERR_FILENO) < 0) {
+    error = errno;
+  } else {
+    close_inherited_descriptors(report_fd);
+    ::execv(argv[0], argv);
+    error = errno;
   }
   write_full(report_fd, &error, sizeof(error));
   ::_exit(kExecFailedStatus);
@@ -262,6 +284,76 @@ class RealProcessRunner : public ProcessRunner {
 };
 
 }  // namespace
+
+ProgramOutput run_for_output(const std::string& program, const std::vector<std::string>& args,
+                             unsigned int deadline_ms, std::size_t longest_output) {
+  ProgramOutput result;
+  std::vector<char*> argv = make_argv(program, args);
+  int output_fds[2];
+  int report_fds[2];
+  if (::pipe2(output_fds, O_CLOEXEC) != 0) {
+    result.start_errno = errno;
+    return result;
+  }
+  unique_fd output_read(output_fds[0]);
+  unique_fd output_write(output_fds[1]);
+  if (::pipe2(report_fds, O_CLOEXEC) != 0) {
+    result.start_errno = errno;
+    return result;
+  }
+  unique_fd report_read(report_fds[0]);
+  unique_fd report_write(report_fds[1]);
+  const pid_t child = ::fork();
+  if (child < 0) {
+    result.start_errno = errno;
+    return result;
+  }
+  if (child == 0) {
+    become_reporting_child(output_write.get(), report_write.get(), argv.data());
+  }
+  output_write.reset();
+  report_write.reset();
+  int error = 0;
+  if (read_full(report_read.get(), &error, sizeof(error)) == sizeof(error)) {
+    wait_status(child);
+    result.start_errno = error;
+    return result;
+  }
+  result.started = true;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(deadline_ms);
+  char buffer[4096];
+  while (true) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) {
+      ::kill(child, SIGKILL);
+      wait_status(child);
+      return result;
+    }
+    pollfd readable{output_read.get(), POLLIN, 0};
+    const int ready = ::poll(&readable, 1, static_cast<int>(left.count()));
+    if (ready < 0 && errno != EINTR) {
+      ::kill(child, SIGKILL);
+      wait_status(child);
+      return result;
+    }
+    if (ready <= 0) {
+      continue;
+    }
+    const ssize_t got = ::read(output_read.get(), buffer, sizeof(buffer));
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got <= 0) {
+      break;  // every writer has closed the pipe: the program is done with it
+    }
+    const std::size_t room = longest_output - std::min(longest_output, result.output.size());
+    result.output.append(buffer, std::min(room, static_cast<std::size_t>(got)));
+  }
+  result.exit_status = wait_status(child);
+  result.finished = true;
+  return result;
+}
 
 ProcessRunner& real_process_runner() {
   static RealProcessRunner runner;

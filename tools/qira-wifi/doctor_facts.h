@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "qira/host/program_output.h"
 #include "qira/inspect/elf_dynamic.h"
 
 namespace qira::wifi {
@@ -78,13 +79,7 @@ struct PathFacts {
 };
 
 // A program run to completion with its output gathered.
-struct ProgramOutput {
-  bool started = false;
-  int start_errno = 0;    // why it could not be started (execve's errno)
-  bool finished = false;  // false: killed at the deadline
-  int exit_status = -1;
-  std::string output;  // standard output and standard error, as they came
-};
+using ProgramOutput = qira::host::ProgramOutput;
 
 // The wpa_supplicant control interface of one interface.
 struct WpaFacts {

@@ -5,18 +5,13 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/wireless.h>
-#include <poll.h>
 #include <pwd.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <fstream>
 
@@ -27,8 +22,6 @@
 #include "qira/network/wpa_client.h"
 #include "qira/variant/camera_info.h"
 #include "wpa_event_source.h"
-
-extern char** environ;
 
 namespace qira::wifi {
 
@@ -45,128 +38,20 @@ constexpr std::size_t kAccountBuffer = 16384;
 class OwnedFd {
  public:
   explicit OwnedFd(int fd = -1) : fd_(fd) {}
-  ~OwnedFd() { reset(); }
-  OwnedFd(const OwnedFd&) = delete;
-  OwnedFd& operator=(const OwnedFd&) = delete;
-  int get() const { return fd_; }
-  void reset() {
+  ~OwnedFd() {
     if (fd_ >= 0) {
       ::close(fd_);
     }
-    fd_ = -1;
   }
+  OwnedFd(const OwnedFd&) = delete;
+  OwnedFd& operator=(const OwnedFd&) = delete;
+  int get() const { return fd_; }
 
  private:
   int fd_;
 };
 
-// posix_spawn's file actions, destroyed with their owner.
-class SpawnActions {
- public:
-  SpawnActions() { ok_ = posix_spawn_file_actions_init(&actions_) == 0; }
-  ~SpawnActions() {
-    if (ok_) {
-      posix_spawn_file_actions_destroy(&actions_);
-    }
-  }
-  SpawnActions(const SpawnActions&) = delete;
-  SpawnActions& operator=(const SpawnActions&) = delete;
-  bool ok() const { return ok_; }
-  posix_spawn_file_actions_t* get() { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_{};
-  bool ok_ = false;
-};
-
-int wait_for_child(pid_t pid) {
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return -1;
-    }
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-long long milliseconds_since(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                               start)
-      .count();
-}
-
 }  // namespace
-
-ProgramOutput run_program_for_output(const std::string& path, const std::vector<std::string>& args,
-                                     unsigned int deadline_ms) {
-  ProgramOutput result;
-  int pipe_fds[2] = {-1, -1};
-  if (::pipe2(pipe_fds, O_CLOEXEC) != 0) {
-    result.start_errno = errno;
-    return result;
-  }
-  OwnedFd read_end(pipe_fds[0]);
-  OwnedFd write_end(pipe_fds[1]);
-  SpawnActions actions;
-  // The child gets an empty standard input, the pipe as its output and
-  // error, and no other descriptor of this process.
-  if (!actions.ok() ||
-      posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0) !=
-          0 ||
-      posix_spawn_file_actions_adddup2(actions.get(), write_end.get(), STDOUT_FILENO) != 0 ||
-      posix_spawn_file_actions_adddup2(actions.get(), write_end.get(), STDERR_FILENO) != 0 ||
-      posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1) != 0) {
-    result.start_errno = ENOMEM;
-    return result;
-  }
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(path.c_str()));
-  for (const std::string& arg : args) {
-    argv.push_back(const_cast<char*>(arg.c_str()));
-  }
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  const int spawned =
-      ::posix_spawn(&pid, path.c_str(), actions.get(), nullptr, argv.data(), environ);
-  write_end.reset();
-  if (spawned != 0) {
-    result.start_errno = spawned;
-    return result;
-  }
-  result.started = true;
-  const auto started = std::chrono::steady_clock::now();
-  char buffer[4096];
-  while (true) {
-    const long long left = static_cast<long long>(deadline_ms) - milliseconds_since(started);
-    if (left <= 0) {
-      ::kill(pid, SIGKILL);
-      wait_for_child(pid);
-      return result;
-    }
-    pollfd wait{read_end.get(), POLLIN, 0};
-    const int ready = ::poll(&wait, 1, static_cast<int>(left));
-    if (ready < 0 && errno != EINTR) {
-      ::kill(pid, SIGKILL);
-      wait_for_child(pid);
-      return result;
-    }
-    if (ready <= 0) {
-      continue;
-    }
-    const ssize_t got = ::read(read_end.get(), buffer, sizeof(buffer));
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got <= 0) {
-      break;  // every writer has closed the pipe: the program is done with it
-    }
-    const std::size_t room = kLongestProgramOutput - result.output.size();
-    result.output.append(buffer, std::min(room, static_cast<std::size_t>(got)));
-  }
-  result.exit_status = wait_for_child(pid);
-  result.finished = true;
-  return result;
-}
 
 bool RealDoctorSystem::is_root() {
   return ::geteuid() == 0;
@@ -281,7 +166,7 @@ PathFacts RealDoctorSystem::path_facts(const std::string& path) {
 
 ProgramOutput RealDoctorSystem::run_program(const std::string& path,
                                             const std::vector<std::string>& args) {
-  return run_program_for_output(path, args, kProgramDeadlineMs);
+  return qira::host::run_for_output(path, args, kProgramDeadlineMs, kLongestProgramOutput);
 }
 
 std::optional<unsigned int> RealDoctorSystem::user_id(const std::string& name) {

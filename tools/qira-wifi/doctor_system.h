@@ -41,11 +41,6 @@ class RealDoctorSystem : public DoctorSystem {
 
 // The parts of RealDoctorSystem that stand alone, for its tests.
 //
-// Runs `path` with `args` (standard input from /dev/null, output and error
-// into one pipe, no other descriptor), for at most `deadline_ms`; a program
-// still running then is killed.
-ProgramOutput run_program_for_output(const std::string& path, const std::vector<std::string>& args,
-                                     unsigned int deadline_ms);
 // The module facts of a module already opened in `session` (loaded), read
 // from the file the dynamic loader opened and from this process.
 void describe_loaded_module(const ModuleSession& session, ModuleFacts& facts);

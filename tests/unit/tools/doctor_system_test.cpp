@@ -31,11 +31,6 @@ namespace {
 using qira::test::make_dirs;
 using qira::test::write_file;
 
-void write_program(const std::string& path, const std::string& script) {
-  write_file(path, "#!/bin/sh\n" + script);
-  ASSERT_EQ(::chmod(path.c_str(), 0755), 0) << std::strerror(errno);
-}
-
 TEST(DoctorSystemPaths, AFileAFolderAndNothing) {
   RealDoctorSystem system;
   write_file("/tmp/doctor/plain", "x");
@@ -76,58 +71,6 @@ TEST(DoctorSystemPaths, TmpOnATmpfsOfItsOwnIsAnotherDevice) {
   EXPECT_EQ(check_one_file_system(system.path_facts("/tmp"), system.path_facts("/etc")).status,
             CheckStatus::kFail);
   ASSERT_EQ(::umount("/tmp"), 0) << std::strerror(errno);
-}
-
-TEST(DoctorSystemPrograms, OutputAndErrorAndTheExitStatus) {
-  write_program("/tmp/doctor/tells", "echo \"tells v$1\"\necho oops >&2\nexit 3\n");
-  const ProgramOutput run = run_program_for_output("/tmp/doctor/tells", {"2.0"}, 5000);
-  EXPECT_TRUE(run.started);
-  EXPECT_TRUE(run.finished);
-  EXPECT_EQ(run.exit_status, 3);
-  EXPECT_EQ(run.output, "tells v2.0\noops\n");
-}
-
-TEST(DoctorSystemPrograms, StandardInputIsEmpty) {
-  write_program("/tmp/doctor/reads", "if read line; then echo \"got $line\"; else echo none; fi\n");
-  EXPECT_EQ(run_program_for_output("/tmp/doctor/reads", {}, 5000).output, "none\n");
-}
-
-TEST(DoctorSystemPrograms, NoOtherDescriptorReachesTheProgram) {
-  const int open_fd = ::open("/dev/null", O_RDONLY);  // deliberately not close-on-exec
-  ASSERT_GT(open_fd, 2);
-  write_program("/tmp/doctor/fds", "if [ -e /proc/$$/fd/" + std::to_string(open_fd) +
-                                       " ]; then echo open; else echo closed; fi\n");
-  EXPECT_EQ(run_program_for_output("/tmp/doctor/fds", {}, 5000).output, "closed\n");
-  ::close(open_fd);
-}
-
-TEST(DoctorSystemPrograms, AMissingOrForeignProgramDoesNotStart) {
-  const ProgramOutput missing = run_program_for_output("/tmp/doctor/none", {}, 5000);
-  EXPECT_FALSE(missing.started);
-  EXPECT_EQ(missing.start_errno, ENOENT);
-  write_file("/tmp/doctor/foreign", std::string("\x7f"
-                                                "ELF\x01\x02",
-                                                6) +
-                                        std::string(64, '\0'));
-  ASSERT_EQ(::chmod("/tmp/doctor/foreign", 0755), 0);
-  const ProgramOutput foreign = run_program_for_output("/tmp/doctor/foreign", {}, 5000);
-  EXPECT_FALSE(foreign.started);
-  EXPECT_EQ(foreign.start_errno, ENOEXEC);
-}
-
-TEST(DoctorSystemPrograms, AProgramPastItsDeadlineIsKilled) {
-  write_program("/tmp/doctor/slow", "echo started\nexec sleep 30\n");
-  const ProgramOutput run = run_program_for_output("/tmp/doctor/slow", {}, 300);
-  EXPECT_TRUE(run.started);
-  EXPECT_FALSE(run.finished);
-  EXPECT_EQ(run.output, "started\n");
-}
-
-TEST(DoctorSystemPrograms, OutputIsKeptUpToItsLimit) {
-  write_program("/tmp/doctor/loud", "head -c 100000 /dev/zero | tr '\\0' x\n");
-  const ProgramOutput run = run_program_for_output("/tmp/doctor/loud", {}, 5000);
-  EXPECT_TRUE(run.finished);
-  EXPECT_EQ(run.output, std::string(kLongestProgramOutput, 'x'));
 }
 
 TEST(DoctorSystemAccounts, FromTheSandboxsPasswdAndGroup) {
