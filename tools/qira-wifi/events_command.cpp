@@ -92,31 +92,39 @@ void EventListener::on_event(network::event_type type, const Variant& payload, v
   static_cast<EventListener*>(user)->taken_.push_back({static_cast<int>(type), payload});
 }
 
-int run_events(const GlobalOptions& options, const std::vector<std::string>& /*args*/,
-               Streams& streams) {
-  ModuleSession session;
+int start_listening(const GlobalOptions& options, ModuleSession& session, StopSignals& stop,
+                    EventListener& listener, Streams& streams) {
   std::string error;
   if (!session.open(options.module_path, error, qira::host::kEventsSubsystem)) {
     streams.err << "qira-wifi: " << qira::host::terminal_line(error) << "\n";
     return kExitModuleError;
   }
-  // Watched from before the groups are joined: a stop signal that comes
-  // while they are joined ends the listening before its first wait.
-  StopSignals stop;
   if (!stop.ok()) {
     streams.err << "qira-wifi: cannot watch for SIGINT and SIGTERM\n";
     return kExitActionFailed;
   }
-  EventListener listener(session);
   if (!listener.start(error)) {
     streams.err << "qira-wifi: " << qira::host::terminal_lines(error) << "\n";
     return kExitActionFailed;
   }
-  const int fd = listener.socket_fd();
-  if (fd < 0) {
+  if (listener.socket_fd() < 0) {
     streams.err << "qira-wifi: the event module has no socket to wait on\n";
     return kExitActionFailed;
   }
+  return kExitOk;
+}
+
+int run_events(const GlobalOptions& options, const std::vector<std::string>& /*args*/,
+               Streams& streams) {
+  ModuleSession session;
+  // Watched from before the groups are joined: a stop signal that comes
+  // while they are joined ends the listening before its first wait.
+  StopSignals stop;
+  EventListener listener(session);
+  if (int status = start_listening(options, session, stop, listener, streams); status != kExitOk) {
+    return status;
+  }
+  const int fd = listener.socket_fd();
   streams.err << kEventsReadyLine << "\n";
   streams.err.flush();
   const auto started = std::chrono::steady_clock::now();

@@ -12,10 +12,13 @@
 #include <string>
 #include <vector>
 
+#include "commands.h"
 #include "module_session.h"
+#include "options.h"
 #include "qira/host/seams.h"
 #include "qira/network/event_type.h"
 #include "qira/variant/variant.h"
+#include "stop_signals.h"
 
 namespace qira::wifi {
 
@@ -70,6 +73,13 @@ class EventListener {
   unsigned int id_ = 0;
   std::vector<ReceivedEvent> taken_;
 };
+
+// What `events` and `monitor` do before they listen: open the module's event
+// subsystem (as `options` says), check that `stop` watches the stop signals,
+// and start `listener` (made on `session`), which joins nl80211's groups.
+// kExitOk, or the exit status after saying why on stderr.
+int start_listening(const GlobalOptions& options, ModuleSession& session, StopSignals& stop,
+                    EventListener& listener, Streams& streams);
 
 }  // namespace qira::wifi
 

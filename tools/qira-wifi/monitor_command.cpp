@@ -90,26 +90,12 @@ int run_monitor(const GlobalOptions& options, const std::vector<std::string>& ar
                 Streams& streams) {
   const std::string& ifname = args.front();
   ModuleSession session;
-  std::string error;
-  if (!session.open(options.module_path, error, qira::host::kEventsSubsystem)) {
-    streams.err << "qira-wifi: " << error << "\n";
-    return kExitModuleError;
-  }
   StopSignals stop;
-  if (!stop.ok()) {
-    streams.err << "qira-wifi: cannot watch for SIGINT and SIGTERM\n";
-    return kExitActionFailed;
-  }
   EventListener listener(session);
-  if (!listener.start(error)) {
-    streams.err << "qira-wifi: " << error << "\n";
-    return kExitActionFailed;
+  if (int status = start_listening(options, session, stop, listener, streams); status != kExitOk) {
+    return status;
   }
   const int nl80211_fd = listener.socket_fd();
-  if (nl80211_fd < 0) {
-    streams.err << "qira-wifi: the event module has no socket to wait on\n";
-    return kExitActionFailed;
-  }
   Timeline timeline(options.json, streams.out);
   timeline.note("listening", ifname);
   WpaEventSource wpa(ifname);
