@@ -5,7 +5,7 @@
 #           qira_network_utils_wireless (target qira::network_utils_wireless);
 #   host    the reference host library libqira_host, its own headers, its
 #           pkg-config file and the CMake package qira_host (qira::host);
-#   tools   the qira-wifi program.
+#   tools   the qira-wifi program, its manual page and its bash completion.
 # e.g. cmake --install build --component module --prefix /opt/camera
 include(CMakePackageConfigHelpers)
 
