@@ -355,7 +355,7 @@ system_part_foreign() {
 # by SONAME from the system library folder), stripped, and the libraries they
 # need beyond the system part.
 project_programs() {
-  local root=$1 stage=$OUT/work/stage library host_program probe strip_tool toolchain=()
+  local root=$1 stage=$OUT/work/stage library host_program probe json_check strip_tool toolchain=()
   [ "$ARCH" = amd64 ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$SOURCE_DIR/cmake/toolchains/$ARCH.cmake")
   if [ "${QIRA_VM_SKIP_CMAKE:-0}" != 1 ]; then
     log "building the project ($ARCH, MinSizeRel) in $build_dir"
@@ -381,6 +381,11 @@ project_programs() {
   install -m 755 "$probe" "$root/usr/bin/scan-dump-probe"
   strip_tool=$(sed -n 's/^CMAKE_STRIP:FILEPATH=//p' "$build_dir/CMakeCache.txt")
   "${strip_tool:-strip}" "$root/usr/bin/qira-vm-host" "$root/usr/bin/scan-dump-probe"
+  # The scenarios' strict JSON parser (tests/vm/json_check), the same way.
+  json_check=$(find "$build_dir" -name qira-json-check -type f -perm -u+x 2>/dev/null | head -1)
+  [ -n "$json_check" ] || die "no qira-json-check program in $build_dir"
+  install -m 755 "$json_check" "$root/usr/bin/qira-json-check"
+  "${strip_tool:-strip}" "$root/usr/bin/qira-json-check"
   for library in libqira_network_utils_wireless.so libqira_host.so; do
     cp -P "$stage"/lib*/"$library".* "$root/$LIBDIR/" 2> /dev/null || die "$library not installed from $build_dir"
   done
@@ -388,9 +393,11 @@ project_programs() {
     copy_libraries "$root/usr/bin/qira-wifi" "$root" "$OUT/system.list"
     copy_libraries "$root/usr/bin/qira-vm-host" "$root" "$OUT/system.list"
     copy_libraries "$root/usr/bin/scan-dump-probe" "$root" "$OUT/system.list"
+    copy_libraries "$root/usr/bin/qira-json-check" "$root" "$OUT/system.list"
     copy_libraries "$(ls "$root/$LIBDIR"/libqira_network_utils_wireless.so.*.* | head -1)" "$root" "$OUT/system.list"
   else
     for library in "$root/usr/bin/qira-wifi" "$root/usr/bin/qira-vm-host" "$root/usr/bin/scan-dump-probe" \
+      "$root/usr/bin/qira-json-check" \
       "$root/$LIBDIR"/libqira_*.so.*.*; do
       copy_needed "$library" "$root" build "$OUT/system.list"
     done
