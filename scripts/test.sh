@@ -4,10 +4,22 @@
 # ctest run,
 # the armhf cross build with its ctest run under qemu-arm-static,
 # the fuzz smoke run (scripts/fuzz.sh) and the virtual camera's scenarios on
-# amd64 and armhf (tests/vm/ci.sh, both cameras at once). Every stage runs (a build that fails
+# amd64 and armhf (tests/vm/ci.sh, both cameras at once), and the gcc unit
+# suite once more from a fresh clone in a folder under /tmp whose name holds
+# a space, as a newcomer's checkout may be. Every stage runs (a build that fails
 # skips only its own tests); the script fails if any stage failed. It ends
 # with the timing of each stage and one line counting the whole suite.
+#   scripts/test.sh              the whole suite
+#   scripts/test.sh --unit-only  the gcc build and its unit suite only (what
+#                                the clone stage runs in the clone)
 set -uo pipefail
+
+unit_only=0
+case "${1:-}" in
+  "") ;;
+  --unit-only) unit_only=1 ;;
+  *) echo "usage: scripts/test.sh [--unit-only]" >&2; exit 2 ;;
+esac
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root" || exit 1
@@ -69,6 +81,39 @@ run_vm_suite() {
   return "${PIPESTATUS[0]}"
 }
 
+# run_clone_suite: the gcc unit suite from a fresh clone of this checkout in
+# a new folder under /tmp with a space in its name: the sandbox binds the
+# source and build trees at their own paths, which then lie inside its fresh
+# /tmp, and every script must quote its paths. The committed tree is cloned
+# (a checkout without git history is copied, build/ left out); the clone
+# goes when the stage ends.
+# shellcheck disable=SC2317  # called through run_stage
+run_clone_suite() {
+  local parent status
+  parent=$(mktemp -d "/tmp/qira newcomer.XXXXXX") || return 1
+  if git -C "$root" rev-parse --git-dir > /dev/null 2>&1; then
+    git clone -q --no-hardlinks "$root" "$parent/src"
+  else
+    mkdir "$parent/src" && tar -C "$root" --exclude=./build -cf - . | tar -C "$parent/src" -xf -
+  fi
+  status=$?
+  if [ "$status" -eq 0 ]; then
+    echo "clone in $parent/src"
+    "$parent/src/scripts/test.sh" --unit-only
+    status=$?
+    cp "$parent/src/build/logs/ctest-gcc.log" "$log_dir/ctest-clone.log" 2> /dev/null
+  fi
+  rm -rf "$parent"
+  return "$status"
+}
+
+if [ "$unit_only" -eq 1 ]; then
+  # The benchmarks' smoke tests are left to the whole suite's gcc stage.
+  run_stage gcc-build scripts/build.sh gcc -DQIRA_BUILD_BENCH=OFF &&
+    run_stage gcc-test run_tests gcc
+  exit "$failed"
+fi
+
 run_stage deps scripts/deps.sh || true
 run_stage format scripts/format.sh || true
 for compiler in gcc clang asan clang-asan; do
@@ -87,6 +132,7 @@ else
 fi
 # The fuzz smoke run: every libFuzzer target for 20 s (clang, ASan, UBSan).
 run_stage fuzz scripts/fuzz.sh 20 || true
+run_stage clone-tmp run_clone_suite || true
 run_stage vm run_vm_suite || true
 
 echo
@@ -105,7 +151,7 @@ fi
 passed=0
 failed_tests=0
 skipped=0
-for log in "$log_dir"/ctest-{gcc,clang,asan,clang-asan,armhf}.log; do
+for log in "$log_dir"/ctest-{gcc,clang,asan,clang-asan,armhf,clone}.log; do
   [ -f "$log" ] || continue
   read -r run_failed run_total < <(sed -n \
     's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$log" | tail -1)

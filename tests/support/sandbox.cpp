@@ -159,15 +159,16 @@ std::string real_path(const std::string& path) {
   return resolved;
 }
 
+struct Tree {
+  std::string path;
+  bool read_only;
+};
+
 // The trees the tests run from: the source tree read-only, the build tree
 // writable (CTest runs tests in it and gtest may write its reports there),
-// and the folder of the running binary in case it lies elsewhere. A tree
-// inside one already bound with at least the same access needs no bind.
-void plan_trees(Plan& plan) {
-  struct Tree {
-    std::string path;
-    bool read_only;
-  };
+// and the folder of the running binary in case it lies elsewhere; each as
+// given and as resolved. Outer folders first.
+std::vector<Tree> test_trees() {
   std::vector<Tree> trees;
   // A tree that is gone (a test binary run after its source tree was
   // removed) is simply not there inside either.
@@ -182,11 +183,19 @@ void plan_trees(Plan& plan) {
   add(real_path(QIRA_BINARY_DIR), false);
   const std::string executable = real_path("/proc/self/exe");
   add(executable.substr(0, executable.rfind('/')), true);
-  // Outer folders first, so that a writable build tree inside a read-only
-  // source tree is mounted on top of it.
   std::stable_sort(trees.begin(), trees.end(),
                    [](const Tree& a, const Tree& b) { return a.path.size() < b.path.size(); });
-  for (const Tree& tree : trees) {
+  return trees;
+}
+
+// Binds the trees at their own paths, so that the compiled-in paths, CTest's
+// working folder and report paths hold inside. A tree inside one already
+// bound with at least the same access needs no bind; outer folders come
+// first, so that a writable build tree inside a read-only source tree is
+// mounted on top of it. A checkout under /tmp or /home therefore shows in
+// that fresh folder, as the one way down to the tree.
+void plan_trees(Plan& plan) {
+  for (const Tree& tree : test_trees()) {
     const bool covered =
         std::any_of(plan.binds.begin(), plan.binds.end(), [&tree](const Bind& bind) {
           return path_within(tree.path, bind.path) && (tree.read_only || !bind.read_only);
@@ -413,6 +422,14 @@ void set_environment(const char* name, const std::string& value) {
 }
 
 }  // namespace
+
+std::vector<std::string> sandbox_trees() {
+  std::vector<std::string> paths;
+  for (const Tree& tree : test_trees()) {
+    paths.push_back(tree.path);
+  }
+  return paths;
+}
 
 bool in_sandbox() {
   const char* inside = std::getenv(kInSandboxVariable);

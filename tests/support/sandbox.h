@@ -11,6 +11,7 @@
 #define QIRA_TESTS_SUPPORT_SANDBOX_H
 
 #include <string>
+#include <vector>
 
 namespace qira::test {
 
@@ -19,6 +20,10 @@ namespace qira::test {
 void enter_sandbox();
 // Whether this process is inside the sandbox.
 bool in_sandbox();
+// The trees bound inside at their own paths: the source tree, the build
+// tree and the running binary's folder, each as given and as resolved. A
+// fresh folder holds nothing but the way down to those that lie inside it.
+std::vector<std::string> sandbox_trees();
 
 // Writes `content` to `path` inside the sandbox, creating parent folders.
 void write_file(const std::string& path, const std::string& content);

@@ -154,10 +154,56 @@ TEST(Sandbox, FoldersHaveTheirUsualModes) {
   EXPECT_EQ(mode_of("/home"), 0755u);
 }
 
-TEST(Sandbox, FreshFoldersAreEmpty) {
-  for (const char* path : {"/tmp", "/run", "/var/log", "/root", "/home", "/sys/module"}) {
-    EXPECT_EQ(folder_entries(path), std::vector<std::string>{}) << path;
+// The entries `folder` may hold: the next name on the way down to each tree
+// that lies inside it.
+std::vector<std::string> way_to_trees(const std::string& folder,
+                                      const std::vector<std::string>& trees) {
+  std::vector<std::string> names;
+  const std::string prefix = folder + "/";
+  for (const std::string& tree : trees) {
+    if (tree.compare(0, prefix.size(), prefix) == 0) {
+      const std::string rest = tree.substr(prefix.size());
+      names.push_back(rest.substr(0, rest.find('/')));
+    }
   }
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  return names;
+}
+
+// `folder` and every folder below it on the way to a tree hold exactly that
+// way: nothing of the machine's own folder shows.
+void expect_only_the_way_to_trees(const std::string& folder,
+                                  const std::vector<std::string>& trees) {
+  const std::vector<std::string> expected = way_to_trees(folder, trees);
+  EXPECT_EQ(folder_entries(folder), expected) << folder;
+  for (const std::string& name : expected) {
+    const std::string below = folder + "/" + name;
+    if (std::find(trees.begin(), trees.end(), below) == trees.end()) {
+      expect_only_the_way_to_trees(below, trees);
+    }
+  }
+}
+
+// Empty, unless the checkout lies inside one of them (under /tmp or /home,
+// say): the trees are reachable at their own paths, so such a folder holds
+// the way down to them and nothing else.
+TEST(Sandbox, FreshFoldersHoldNothingButTheWayToTheTrees) {
+  const std::vector<std::string> trees = sandbox_trees();
+  ASSERT_FALSE(trees.empty());
+  for (const char* path : {"/tmp", "/run", "/var/log", "/root", "/home", "/sys/module"}) {
+    expect_only_the_way_to_trees(path, trees);
+  }
+}
+
+TEST(Sandbox, WayToTheTreesListsEachNextNameOnce) {
+  const std::vector<std::string> trees = {"/tmp/a b/src", "/tmp/a b/src/build", "/tmp/c",
+                                          "/home/user/src", "/usr/x"};
+  EXPECT_EQ(way_to_trees("/tmp", trees), (std::vector<std::string>{"a b", "c"}));
+  EXPECT_EQ(way_to_trees("/tmp/a b", trees), std::vector<std::string>{"src"});
+  EXPECT_EQ(way_to_trees("/home", trees), std::vector<std::string>{"user"});
+  EXPECT_EQ(way_to_trees("/run", trees), std::vector<std::string>{});
+  EXPECT_EQ(way_to_trees("/tm", trees), std::vector<std::string>{});
 }
 
 TEST(Sandbox, SysHoldsOnlyTheModuleFolder) {
