@@ -27,9 +27,25 @@ fail() {
   exit 1
 }
 
+# make splits paths on spaces (OpenWrt's own tree cannot hold one either), so
+# it gets every path relative to the package folder, where it runs: a
+# checkout in a folder whose name holds a space leaves them without one.
+relative() {
+  local path
+  path=$(realpath -m --relative-to="$package_dir" "$1")
+  case $path in
+    *[[:space:]]*) fail "make cannot take a path with a space: $path" ;;
+  esac
+  printf '%s\n' "$path"
+}
+topdir=$(relative "$here/check")
+check_work=$(relative "$work")
+source_dir=$(relative "$root")
+
 # stub_make ARGS...: make in the package folder with the stand-in OpenWrt.
 stub_make() {
-  make --no-print-directory -C "$package_dir" TOPDIR="$here/check" QIRA_CHECK_WORK="$work" "$@"
+  make --no-print-directory -C "$package_dir" TOPDIR="$topdir" QIRA_CHECK_WORK="$check_work" \
+    QIRA_SOURCE_DIR="$source_dir" "$@"
 }
 
 # expect_same WHAT EXPECTED_FILE ACTUAL_FILE

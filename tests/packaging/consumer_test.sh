@@ -161,13 +161,17 @@ for package in qira_network_utils_wireless qira_host; do
 done
 read -r -a cxxflags <<<"${arg[cxxflags]}"
 mkdir -p "$work/pkg-config"
-# Each package alone compiles its headers.
+# Each package alone compiles its headers. pkg-config writes a space inside a
+# path (a build tree in a folder whose name holds one) as "\ ", so its flags
+# are split by read without -r, which keeps such a space in its word.
 for check in module_only:qira_network_utils_wireless host_only:qira_host; do
-  read -r -a pc_flags <<<"$("${arg[pkg_config]}" --cflags "${check#*:}")"
+  # shellcheck disable=SC2162  # the backslashes are pkg-config's escapes
+  read -a pc_flags <<<"$("${arg[pkg_config]}" --cflags "${check#*:}")"
   "${arg[cxx]}" -std=c++17 -Wall -Wextra -Werror "${cxxflags[@]}" -fsyntax-only \
     "$source/tests/packaging/consumer/${check%%:*}.cpp" "${pc_flags[@]}"
 done
-read -r -a pc_flags <<<"$("${arg[pkg_config]}" --cflags --libs qira_host qira_network_utils_wireless)"
+# shellcheck disable=SC2162  # as above
+read -a pc_flags <<<"$("${arg[pkg_config]}" --cflags --libs qira_host qira_network_utils_wireless)"
 "${arg[cxx]}" -std=c++17 -Wall -Wextra -Werror "${cxxflags[@]}" \
   -o "$work/pkg-config/consumer" "$source/tests/packaging/consumer/consumer.cpp" \
   "${pc_flags[@]}" -ldl

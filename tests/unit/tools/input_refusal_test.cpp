@@ -27,7 +27,20 @@ namespace {
 
 using Args = std::vector<std::string>;
 
-// Every file under `folder`, with its content, by path.
+// Whether `path` is one of the trees the tests run from: not the program's
+// to write, changed meanwhile by other tests, and inside /tmp when the
+// checkout is there.
+bool is_test_tree(const std::string& path) {
+  static const std::vector<std::string> trees = qira::test::sandbox_trees();
+  for (const std::string& tree : trees) {
+    if (path == tree) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Every file under `folder` but the test trees, with its content, by path.
 void collect_files(const std::string& folder, std::map<std::string, std::string>& files) {
   DIR* directory = ::opendir(folder.c_str());
   if (directory == nullptr) {
@@ -39,6 +52,9 @@ void collect_files(const std::string& folder, std::map<std::string, std::string>
       continue;
     }
     const std::string path = folder + "/" + name;
+    if (is_test_tree(path)) {
+      continue;
+    }
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
       continue;
