@@ -112,7 +112,8 @@ pack_cpio() {
 # dynamic loader into root $2, skipping names listed in file $3 (may be empty).
 copy_libraries() {
   local binary=$1 root=$2 skip=${3:-/dev/null} lib name
-  ldd "$binary" | awk '/=> \// { print $3 } $1 ~ /^\/lib64\/ld-linux/ { print $1 }' |
+  # The path after "=> " up to its " (address)", whole: a build tree's may hold a space.
+  ldd "$binary" | sed -n -e 's|^.* => \(/.*\) (0x[0-9a-f]*)$|\1|p' -e 's|^[[:space:]]*\(/lib64/ld-linux[^ ]*\) .*|\1|p' |
     while read -r lib; do
       name=$(basename "$lib")
       # Already there (a SONAME link of the project's own libraries): keep it.
@@ -189,9 +190,10 @@ kernel_part() {
   depmod -b "$tree/pkg" "$version"
   mkdir -p "$tree/root"
   local module file relative
+  # The whole path after "insmod ": the tree's may hold a space.
   for module in $KERNEL_MODULES; do
     modprobe -d "$tree/pkg" -S "$version" --show-depends "$module"
-  done | awk '$1 == "insmod" { print $2 }' | sort -u | while read -r file; do
+  done | sed -n 's/^insmod \(.*\.ko[^ ]*\).*$/\1/p' | sort -u | while read -r file; do
     relative=${file#"$tree/pkg/"}
     install -D -m 644 "$file" "$tree/root/usr/$relative"
   done
