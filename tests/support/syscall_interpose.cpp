@@ -39,8 +39,12 @@ CloseRangeRefusal::~CloseRangeRefusal() {
 
 }  // namespace qira::test
 
-// A system call takes at most six arguments, passed as machine words.
-extern "C" long syscall(long number, ...) __THROW {
+// A system call takes at most six arguments, passed as machine words. The
+// caller passes only those its call takes, and nothing says how many: like
+// libc's own syscall(), this reads six and the kernel ignores the rest. The
+// words past the last passed one lie in the caller's frame, so the address
+// sanitizer, which would report reading them, is kept out of this function.
+extern "C" __attribute__((no_sanitize("address"))) long syscall(long number, ...) __THROW {
 #ifdef SYS_close_range
   if (number == SYS_close_range && refuse_close_range.load()) {
     errno = ENOSYS;
