@@ -206,8 +206,8 @@ void SimulatedNl80211::fail_membership(std::uint32_t group, int error) {
   }
 }
 
-int SimulatedNl80211::notify(const std::vector<Nl80211Notification>& notifications,
-                             std::uint32_t group) {
+std::vector<std::uint8_t> SimulatedNl80211::notification_datagram(
+    const std::vector<Nl80211Notification>& notifications) const {
   const auto found = families_.find("nl80211");
   const std::uint16_t family_id = found != families_.end() ? found->second.id : kDefaultNl80211Id;
   std::vector<std::uint8_t> datagram;
@@ -216,6 +216,17 @@ int SimulatedNl80211::notify(const std::vector<Nl80211Notification>& notificatio
         genl_message(family_id, notification.command, notification.attributes);
     datagram.insert(datagram.end(), message.begin(), message.end());
   }
+  return datagram;
+}
+
+void SimulatedNl80211::notify_on_join(const std::vector<Nl80211Notification>& notifications,
+                                      std::uint32_t group) {
+  on_join_.emplace(group, notification_datagram(notifications));
+}
+
+int SimulatedNl80211::notify(const std::vector<Nl80211Notification>& notifications,
+                             std::uint32_t group) {
+  const std::vector<std::uint8_t> datagram = notification_datagram(notifications);
   int delivered = 0;
   for (auto& entry : sockets_) {
     const std::vector<std::uint32_t>& joined = entry.second.memberships;
@@ -342,6 +353,11 @@ std::optional<int> SimulatedNl80211::on_setsockopt(int fd, int level, int name, 
     auto& joined = socket->memberships;
     if (name == NETLINK_ADD_MEMBERSHIP) {
       joined.push_back(group);
+      const auto waiting = on_join_.equal_range(group);
+      for (auto entry = waiting.first; entry != waiting.second; ++entry) {
+        deliver(*socket, entry->second);
+      }
+      on_join_.erase(waiting.first, waiting.second);
     } else {
       joined.erase(std::remove(joined.begin(), joined.end(), group), joined.end());
     }

@@ -132,6 +132,11 @@ class SimulatedNl80211 : public SocketInterposer {
   int notify(const std::vector<Nl80211Notification>& notifications,
              std::uint32_t group = kMlmeGroup);
   int notify(const Nl80211Notification& notification, std::uint32_t group = kMlmeGroup);
+  // Sends the notifications, as one datagram, to the next socket that joins
+  // group `group`, as soon as it has joined: for a program that runs to its
+  // end in the test's own thread.
+  void notify_on_join(const std::vector<Nl80211Notification>& notifications,
+                      std::uint32_t group = kMlmeGroup);
   // Sends raw bytes as one datagram to the socket behind `fd`.
   bool send_raw(int fd, const std::vector<std::uint8_t>& datagram);
 
@@ -178,10 +183,14 @@ class SimulatedNl80211 : public SocketInterposer {
                                                            const std::uint8_t* message,
                                                            SimulatedGenlSocket& socket);
   void deliver(SimulatedGenlSocket& socket, const std::vector<std::uint8_t>& datagram);
+  std::vector<std::uint8_t> notification_datagram(
+      const std::vector<Nl80211Notification>& notifications) const;
 
   std::map<std::string, GenlFamilyModel> families_;
   std::map<int, SimulatedGenlSocket> sockets_;
   std::map<std::uint32_t, int> membership_errors_;
+  // Datagrams waiting for a socket to join their group.
+  std::multimap<std::uint32_t, std::vector<std::uint8_t>> on_join_;
   std::map<std::string, int> refused_families_;
   std::vector<ControllerRequest> requests_;
   std::string close_after_lookup_;

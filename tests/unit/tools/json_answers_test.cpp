@@ -3,6 +3,7 @@
 // reports holds bytes from outside that are not UTF-8 (a network name from
 // the air, a daemon's reply). The interface is "ifname" everywhere.
 #include <gtest/gtest.h>
+#include <linux/nl80211.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -22,7 +23,9 @@
 namespace qira::wifi {
 namespace {
 
+using qira::test::read_file;
 using qira::test::WpaSupplicantSim;
+using qira::test::write_file;
 using Answer = WpaSupplicantSim::Answer;
 
 // Bytes that are no UTF-8, and a terminal escape.
@@ -37,6 +40,27 @@ void expect_one_object(const ProgramRun& run, const std::string& ifname) {
   ASSERT_TRUE(answer.contains("ifname")) << run.out;
   EXPECT_EQ(answer["ifname"], ifname) << run.out;
   EXPECT_FALSE(answer.contains("interface")) << run.out;
+}
+
+// The answer parses as JSON Lines; gives each line's object.
+std::vector<nlohmann::json> expect_json_lines(const ProgramRun& run) {
+  std::string error;
+  EXPECT_TRUE(test::is_strict_json_lines(run.out, error)) << error << "\n" << run.out;
+  std::vector<nlohmann::json> lines;
+  for (std::size_t start = 0; start < run.out.size();) {
+    const std::size_t end = run.out.find('\n', start);
+    lines.push_back(nlohmann::json::parse(run.out.substr(start, end - start)));
+    start = end == std::string::npos ? run.out.size() : end + 1;
+  }
+  return lines;
+}
+
+qira::variant::Variant identity() {
+  qira::variant::Variant record;
+  record["sysid"] = 0x62A0ULL;
+  record["name"] = "Cam";
+  record["hwaddr"] = "00000000ABCD";
+  return record;
 }
 
 TEST(JsonAnswers, InfoWithANameFromTheAirThatIsNoUtf8) {
@@ -98,6 +122,81 @@ TEST(JsonAnswers, ActionsSuccessfulOrFailed) {
   expect_one_object(run, "wlan0");
   EXPECT_EQ(nlohmann::json::parse(run.out)["ok"], false);
   EXPECT_EQ(run.err, "");
+}
+
+TEST(JsonAnswers, EventsAreJsonLines) {
+  qira::test::SimulatedNl80211 kernel;
+  kernel.notify_on_join({qira::test::Nl80211Notification{
+      NL80211_CMD_CONNECT, {qira::test::attr_u16(NL80211_ATTR_STATUS_CODE, 0)}}});
+  const ProgramRun run = run_args({"--json", "events", "--count", "1", "--timeout", "20000"});
+  EXPECT_EQ(run.status, kExitOk) << run.err;
+  const std::vector<nlohmann::json> lines = expect_json_lines(run);
+  ASSERT_EQ(lines.size(), 1u) << run.out;
+  EXPECT_EQ(lines[0]["type"], 23);
+  EXPECT_EQ(lines[0]["name"], "connect");
+  EXPECT_EQ(lines[0]["payload"]["status_str"], "connected");
+  EXPECT_TRUE(lines[0]["payload"].contains("ifname")) << run.out;
+}
+
+TEST(JsonAnswers, ScanAgain) {
+  qira::test::scan::ScanKernel kernel;
+  kernel.end_scans_at_once();
+  const ProgramRun run = run_args({"--json", "--again", "scan", "lo"});
+  EXPECT_EQ(run.status, kExitOk) << run.err;
+  expect_one_object(run, "lo");
+  const nlohmann::json answer = nlohmann::json::parse(run.out);
+  EXPECT_TRUE(answer["access_points"].is_array());
+  EXPECT_TRUE(answer["again"].is_array());
+}
+
+class JsonNetworkAnswers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* path : {"/etc/wlan0.conf", "/etc/hostapd.conf", "/etc/dnsmasq.conf"}) {
+      unlink(path);
+    }
+    write_file("/etc/hosts", "127.0.0.1 localhost\n");
+    qira::host::set_identity_record(identity());
+  }
+  void TearDown() override { qira::host::clear_identity_record(); }
+
+  qira::test::SimulatedNl80211 nl80211_;
+  qira::host::ProcessRecorder processes_;
+  qira::host::NetlibRecorder netlib_;
+};
+
+TEST_F(JsonNetworkAnswers, ApplyStationAndAccessPoint) {
+  WpaSupplicantSim daemon("wlan0");
+  daemon.reply("TERMINATE", "OK\n");
+  write_file("/tmp/network.json", R"({"wifi":{"ssid":"Home","key":"none"},"dhcp":{"status":1}})");
+  ProgramRun run = run_args({"--json", "apply", "wlan0", "/tmp/network.json"});
+  EXPECT_EQ(run.status, kExitOk) << run.err;
+  expect_one_object(run, "wlan0");
+  EXPECT_EQ(nlohmann::json::parse(run.out)["action"], "apply");
+  EXPECT_EQ(nlohmann::json::parse(run.out)["ok"], true);
+  run = run_args({"--json", "apply", "ap0", "/tmp/network.json", "--ap"});
+  EXPECT_EQ(run.status, kExitOk) << run.err;
+  expect_one_object(run, "ap0");
+  EXPECT_EQ(nlohmann::json::parse(run.out)["ok"], true);
+}
+
+TEST_F(JsonNetworkAnswers, RecoverWithADaemonReplyThatIsNoUtf8) {
+  WpaSupplicantSim daemon("wlan0");
+  daemon.reply("REASSOCIATE", kForeign + "\n");
+  const ProgramRun run = run_args({"--json", "recover", "wlan0"});
+  // The reply is not "OK": the module fails the request and logs it.
+  EXPECT_EQ(run.status, kExitActionFailed) << run.err;
+  expect_one_object(run, "wlan0");
+  EXPECT_EQ(nlohmann::json::parse(run.out)["action"], "recover");
+  EXPECT_EQ(nlohmann::json::parse(run.out)["ok"], false);
+}
+
+TEST_F(JsonNetworkAnswers, Hook) {
+  const ProgramRun run = run_args({"--json", "hook", "ap0", "channel=11"});
+  EXPECT_EQ(run.status, kExitOk) << run.err;
+  expect_one_object(run, "ap0");
+  EXPECT_EQ(nlohmann::json::parse(run.out)["action"], "hook");
+  EXPECT_NE(read_file("/etc/hostapd.conf").find("channel=11\n"), std::string::npos);
 }
 
 TEST(JsonAnswers, Doctor) {
