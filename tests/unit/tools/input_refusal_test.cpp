@@ -326,8 +326,11 @@ TEST(InputTable, EveryCommandTakingAnInterfaceIsTried) {
 
 TEST_F(InputRefusal, TimeOutsAboveADayAreRefusedByEveryCommand) {
   const std::string message = "option --timeout takes at most 86400000 milliseconds (a day)";
-  for (const Args& args : std::vector<Args>{
-           {"wpa", "wlan0", "PING"}, {"wpa-events", "wlan0"}, {"events"}, {"scan", "wlan0"}}) {
+  for (const Args& args : std::vector<Args>{{"wpa", "wlan0", "PING"},
+                                            {"wpa-events", "wlan0"},
+                                            {"events"},
+                                            {"scan", "wlan0"},
+                                            {"monitor", "wlan0"}}) {
     Args with_timeout = args;
     with_timeout.insert(with_timeout.begin(), {"--timeout", "86400001"});
     SCOPED_TRACE(args.front());

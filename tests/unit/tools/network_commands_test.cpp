@@ -325,5 +325,32 @@ TEST_F(NetworkCommands, HookReportsTheShortHardwareAddress) {
   EXPECT_NE(run.err.find("module call failed: "), std::string::npos) << run.err;
 }
 
+TEST_F(NetworkCommands, AnIdentityThatWouldBreakTheFilesWritesNone) {
+  // The camera's name goes into hostapd's file: a line break would add a
+  // setting of the identity file's choosing.
+  qira::variant::Variant record = identity(0x62A0);
+  record["name"] = "Cam\nctrl_interface=/tmp";
+  qira::host::set_identity_record(record);
+  write_file("/tmp/network.json", R"({"dhcp":{"fallbackIP":"192.168.9.1"}})");
+  for (const Lines& args :
+       {Lines{"hook", "ap0", "channel=6"}, Lines{"apply", "ap0", "/tmp/network.json", "--ap"}}) {
+    SCOPED_TRACE(args.front());
+    const ProgramRun run = run_args(args);
+    EXPECT_EQ(run.status, kExitActionFailed);
+    EXPECT_NE(run.err.find("Identity key \"name\" refused: line breaks are not allowed"),
+              std::string::npos)
+        << run.err;
+    EXPECT_NE(run.err.find("Failed to initialize camera info manager"), std::string::npos)
+        << run.err;
+    EXPECT_NE(access("/etc/hostapd.conf", F_OK), 0);
+    EXPECT_NE(access("/etc/dnsmasq.conf", F_OK), 0);
+    EXPECT_EQ(read_file("/etc/hosts"), "127.0.0.1 localhost\n");
+    // apply stops the link's daemons first; nothing is started or run.
+    for (const std::string& call : describe(processes_.calls())) {
+      EXPECT_EQ(call.rfind("signal ", 0), 0u) << call;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace qira::wifi
