@@ -352,12 +352,15 @@ system_part_foreign() {
 }
 
 # ---------------------------------------------------------------- project part
+# The scenarios' own programs, built with the project (see project_programs).
+SCENARIO_PROGRAMS=(qira-vm-host scan-dump-probe qira-json-check qira-start-floor qira-info-floor)
+
 # project_programs ROOT: the camera's release build of qira-wifi, the module
 # and the reference host (with their SONAME links; the host loads the module
 # by SONAME from the system library folder), stripped, and the libraries they
 # need beyond the system part.
 project_programs() {
-  local root=$1 stage=$OUT/work/stage library host_program probe json_check strip_tool toolchain=()
+  local root=$1 stage=$OUT/work/stage library program built strip_tool toolchain=()
   [ "$ARCH" = amd64 ] || toolchain=(-DCMAKE_TOOLCHAIN_FILE="$SOURCE_DIR/cmake/toolchains/$ARCH.cmake")
   if [ "${QIRA_VM_SKIP_CMAKE:-0}" != 1 ]; then
     log "building the project ($ARCH, MinSizeRel) in $build_dir"
@@ -372,35 +375,31 @@ project_programs() {
     die "cannot install the project from $build_dir"
   [ -x "$stage/bin/qira-wifi" ] || die "no qira-wifi program in $build_dir (is tools/qira-wifi built?)"
   install -m 755 "$stage/bin/qira-wifi" "$root/usr/bin/qira-wifi"
-  # The fault scenarios' long-lived host (tests/vm/host), built with the
-  # tools but never installed: stripped here with the build's own strip.
-  host_program=$(find "$build_dir" -name qira-vm-host -type f -perm -u+x 2>/dev/null | head -1)
-  [ -n "$host_program" ] || die "no qira-vm-host program in $build_dir"
-  install -m 755 "$host_program" "$root/usr/bin/qira-vm-host"
-  # The results-dump probe of scan_dump_sequence (tests/vm/probes), the same way.
-  probe=$(find "$build_dir" -name scan-dump-probe -type f -perm -u+x 2>/dev/null | head -1)
-  [ -n "$probe" ] || die "no scan-dump-probe program in $build_dir"
-  install -m 755 "$probe" "$root/usr/bin/scan-dump-probe"
+  # The programs of the scenarios, built with the tools but never installed,
+  # stripped here with the build's own strip: the fault scenarios'
+  # long-lived host (tests/vm/host), the results-dump probe of
+  # scan_dump_sequence and bench_air's floors (tests/vm/probes), and the
+  # strict JSON parser (tests/vm/json_check).
   strip_tool=$(sed -n 's/^CMAKE_STRIP:FILEPATH=//p' "$build_dir/CMakeCache.txt")
-  "${strip_tool:-strip}" "$root/usr/bin/qira-vm-host" "$root/usr/bin/scan-dump-probe"
-  # The scenarios' strict JSON parser (tests/vm/json_check), the same way.
-  json_check=$(find "$build_dir" -name qira-json-check -type f -perm -u+x 2>/dev/null | head -1)
-  [ -n "$json_check" ] || die "no qira-json-check program in $build_dir"
-  install -m 755 "$json_check" "$root/usr/bin/qira-json-check"
-  "${strip_tool:-strip}" "$root/usr/bin/qira-json-check"
+  for program in "${SCENARIO_PROGRAMS[@]}"; do
+    built=$(find "$build_dir" -name "$program" -type f -perm -u+x 2>/dev/null | head -1)
+    [ -n "$built" ] || die "no $program program in $build_dir"
+    install -m 755 "$built" "$root/usr/bin/$program"
+    "${strip_tool:-strip}" "$root/usr/bin/$program"
+  done
   for library in libqira_network_utils_wireless.so libqira_host.so; do
     cp -P "$stage"/lib*/"$library".* "$root/$LIBDIR/" 2> /dev/null || die "$library not installed from $build_dir"
   done
   if [ "$ARCH" = amd64 ]; then
-    copy_libraries "$root/usr/bin/qira-wifi" "$root" "$OUT/system.list"
-    copy_libraries "$root/usr/bin/qira-vm-host" "$root" "$OUT/system.list"
-    copy_libraries "$root/usr/bin/scan-dump-probe" "$root" "$OUT/system.list"
-    copy_libraries "$root/usr/bin/qira-json-check" "$root" "$OUT/system.list"
+    for program in qira-wifi "${SCENARIO_PROGRAMS[@]}"; do
+      copy_libraries "$root/usr/bin/$program" "$root" "$OUT/system.list"
+    done
     copy_libraries "$(ls "$root/$LIBDIR"/libqira_network_utils_wireless.so.*.* | head -1)" "$root" "$OUT/system.list"
   else
-    for library in "$root/usr/bin/qira-wifi" "$root/usr/bin/qira-vm-host" "$root/usr/bin/scan-dump-probe" \
-      "$root/usr/bin/qira-json-check" \
-      "$root/$LIBDIR"/libqira_*.so.*.*; do
+    for program in qira-wifi "${SCENARIO_PROGRAMS[@]}"; do
+      copy_needed "$root/usr/bin/$program" "$root" build "$OUT/system.list"
+    done
+    for library in "$root/$LIBDIR"/libqira_*.so.*.*; do
       copy_needed "$library" "$root" build "$OUT/system.list"
     done
   fi

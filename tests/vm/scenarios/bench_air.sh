@@ -3,17 +3,21 @@
 # iw's scan of wlan1, taking turns (each triggers a scan, waits for the
 # kernel's end of scan and reads the results); and "qira-wifi info wlan0"
 # (load the module, every wireless-extension query) against
-# "iwconfig wlan0", with wlan0 associated to HomeWPA2, and "qira-wifi --help"
-# as the cost of starting the program without loading the module.
+# "iwconfig wlan0", with wlan0 associated to HomeWPA2, beside two floors
+# (qira-start-floor, a C++ program that does nothing; qira-info-floor, the
+# reference host loading the module and making info's queries) and
+# "qira-wifi --help", the program's start alone (its libraries, the module
+# among them, loaded; nothing initialised).
 #
 # The figures are printed, never judged: what is checked is that every run
 # succeeded and saw what the world holds. Times come from /proc/uptime
 # (centiseconds), so the queries are timed over a loop of many runs.
-# "qira_bench_scans=N qira_bench_queries=N" on the kernel command line
-# (QIRA_VM_APPEND="qira_bench_scans=10" tests/vm/run.sh bench_air) change
-# the counts.
-scans=${qira_bench_scans:-3}
-queries=${qira_bench_queries:-50}
+# The suite's run is a smoke run (1 scan round, 20 runs of each start-up
+# command): the figures come from a run with more,
+# QIRA_VM_APPEND="qira_bench_scans=3 qira_bench_queries=100" tests/vm/run.sh bench_air
+# ("qira_bench_scans=N qira_bench_queries=N" on the kernel command line).
+scans=${qira_bench_scans:-1}
+queries=${qira_bench_queries:-20}
 out=$QVM_STATE/scenario/bench
 conf=$QVM_STATE/scenario/wpa.conf
 
@@ -26,19 +30,6 @@ timed_ms() {
   status=$?
   echo $((($(uptime_cs) - started) * 10))
   return "$status"
-}
-# loop_us COUNT COMMAND...: runs COMMAND COUNT times (output discarded);
-# prints the wall microseconds per run, answers 1 if one run failed.
-loop_us() {
-  local count=$1 started i=0 failed=0
-  shift
-  started=$(uptime_cs)
-  while [ "$i" -lt "$count" ]; do
-    "$@" > /dev/null 2>&1 || failed=1
-    i=$((i + 1))
-  done
-  echo $((($(uptime_cs) - started) * 10000 / count))
-  return "$failed"
 }
 # iw_scan: iw's scan of the spare radio. The combined "iw dev wlan1 scan"
 # can livelock on this kernel, so it is iw's three steps: "scan trigger",
@@ -88,26 +79,66 @@ expect_eq "qira-wifi scans that listed both home networks" "$scans" "$qira_ok"
 expect_eq "iw scans that listed both home networks" "$scans" "$iw_ok"
 stop_pidfile "$QVM_STATE/scan-iw-event.pid"
 
-step "$queries runs each: qira-wifi info $CAMERA_IF, iwconfig $CAMERA_IF, qira-wifi --help"
+# The start-up commands, each run $queries times in blocks of 10 that take
+# turns, so that a change of the machine's load falls on all of them alike:
+# iwconfig (a C program: libiw, libm, libc), qira-start-floor (a C++
+# program that does nothing: what libstdc++ alone costs), qira-info-floor
+# (the reference host loading the module and making info's queries, with
+# nothing of qira-wifi's own), qira-wifi info and qira-wifi --help.
+starters="iwconfig start_floor info_floor info help"
+run_starter() { # run_starter NAME
+  case $1 in
+    iwconfig) iwconfig "$CAMERA_IF" ;;
+    start_floor) qira-start-floor ;;
+    info_floor) qira-info-floor "$CAMERA_IF" ;;
+    info) qira-wifi info "$CAMERA_IF" ;;
+    help) qira-wifi --help ;;
+  esac
+}
+step "$queries runs each, in blocks of 10 taking turns: $starters"
 expect_match "qira-wifi info names the network" "^essid: *\"?$HOME_WPA2_SSID\"?\$" \
   "$(qira-wifi info "$CAMERA_IF" 2>&1 | grep '^essid:')"
 expect_match "iwconfig names the network" "ESSID:\"$HOME_WPA2_SSID\"" "$(iwconfig "$CAMERA_IF" 2>&1)"
-info_us=$(loop_us "$queries" qira-wifi info "$CAMERA_IF")
-expect_eq "every qira-wifi info run succeeded" 0 "$?"
-iwconfig_us=$(loop_us "$queries" iwconfig "$CAMERA_IF")
-expect_eq "every iwconfig run succeeded" 0 "$?"
-help_us=$(loop_us "$queries" qira-wifi --help)
-expect_eq "every qira-wifi --help run succeeded" 0 "$?"
+expect_eq "qira-info-floor names the network" "$HOME_WPA2_SSID" "$(qira-info-floor "$CAMERA_IF" 2>&1)"
+blocks=$(((queries + 9) / 10))
+failed_starters=''
+for name in $starters; do eval "cs_$name=0"; done
+block=0
+while [ "$block" -lt "$blocks" ]; do
+  block=$((block + 1))
+  for name in $starters; do
+    started=$(uptime_cs)
+    i=0
+    while [ "$i" -lt 10 ]; do
+      run_starter "$name" > /dev/null 2>&1 || failed_starters="$failed_starters $name"
+      i=$((i + 1))
+    done
+    eval "cs_$name=\$((cs_$name + $(uptime_cs) - started))"
+  done
+done
+expect_eq "every start-up run succeeded" "" "$failed_starters"
+runs=$((blocks * 10))
+# us_per_run NAME: the wall microseconds per run of that command.
+us_per_run() { eval "echo \$((cs_$1 * 10000 / runs))"; }
 
 step "figures (wall time in this guest; $(cat /sys/devices/system/clocksource/clocksource0/current_clocksource) clock)"
 summary "bench: qira-wifi scan $SPARE_IF" $qira_times
 summary "bench: iw scan trigger+dump $SPARE_IF" $iw_times
-echo "bench: qira-wifi info $CAMERA_IF: $info_us us per run over $queries runs"
-echo "bench: iwconfig $CAMERA_IF: $iwconfig_us us per run over $queries runs"
-echo "bench: qira-wifi --help: $help_us us per run over $queries runs"
+echo "bench: qira-wifi info $CAMERA_IF: $(us_per_run info) us per run over $runs runs"
+echo "bench: iwconfig $CAMERA_IF: $(us_per_run iwconfig) us per run over $runs runs"
+echo "bench: qira-wifi --help: $(us_per_run help) us per run over $runs runs"
+echo "bench: qira-start-floor: $(us_per_run start_floor) us per run over $runs runs"
+echo "bench: qira-info-floor $CAMERA_IF: $(us_per_run info_floor) us per run over $runs runs"
 # The ratios within this boot: qira-wifi against the system tool on the same
-# radio (the scans took turns), total against total.
-echo "$qira_times" "$iw_times" "$info_us" "$iwconfig_us" | awk -v n="$scans" '{
+# radio (the scans took turns), total against total; and the floors.
+echo "$qira_times" "$iw_times" | awk -v n="$scans" '{
   for (i = 1; i <= n; i++) { qira += $i; iw += $(n + i) }
-  printf "bench: ratio qira-wifi scan / iw scan: %.2f\n", iw ? qira / iw : 0
-  printf "bench: ratio qira-wifi info / iwconfig: %.2f\n", $(2 * n + 2) ? $(2 * n + 1) / $(2 * n + 2) : 0 }'
+  printf "bench: ratio qira-wifi scan / iw scan: %.2f\n", iw ? qira / iw : 0 }'
+ratio() { # ratio LABEL NAME NAME
+  echo "$(us_per_run "$2") $(us_per_run "$3")" |
+    awk -v label="$1" '{ printf "bench: ratio %s: %.2f\n", label, $2 ? $1 / $2 : 0 }'
+}
+ratio "qira-wifi info / iwconfig" info iwconfig
+ratio "qira-info-floor / iwconfig" info_floor iwconfig
+ratio "qira-start-floor / iwconfig" start_floor iwconfig
+ratio "qira-wifi info / qira-info-floor" info info_floor
