@@ -4,14 +4,16 @@
 # ctest run,
 # the armhf cross build with its ctest run under qemu-arm-static,
 # the fuzz smoke run (scripts/fuzz.sh) and the virtual camera's scenarios on
-# amd64 and armhf (tests/vm/ci.sh, both cameras at once), and the gcc unit
-# suite once more from a fresh clone in a folder under /tmp whose name holds
-# a space, as a newcomer's checkout may be. Every stage runs (a build that fails
-# skips only its own tests); the script fails if any stage failed. It ends
-# with the timing of each stage and one line counting the whole suite.
+# amd64 and armhf (tests/vm/ci.sh, both cameras at once). The gcc build and
+# its unit suite run from a fresh clone in a folder under /tmp whose name
+# holds a space, as a newcomer's checkout may be: the one gcc build of the
+# suite is also its check that nothing depends on where the checkout lies.
+# Every stage runs (a build that fails skips only its own tests); the script
+# fails if any stage failed. It ends with the timing of each stage and one
+# line counting the whole suite.
 #   scripts/test.sh              the whole suite
 #   scripts/test.sh --unit-only  the gcc build and its unit suite only (what
-#                                the clone stage runs in the clone)
+#                                the gcc stage runs in the clone)
 set -uo pipefail
 
 unit_only=0
@@ -81,11 +83,12 @@ run_vm_suite() {
   return "${PIPESTATUS[0]}"
 }
 
-# run_clone_suite: the gcc unit suite from a fresh clone of this checkout in
-# a new folder under /tmp with a space in its name: the sandbox binds the
-# source and build trees at their own paths, which then lie inside its fresh
-# /tmp, and every script must quote its paths. The committed tree is cloned
-# (a checkout without git history is copied, build/ left out); the clone
+# run_clone_suite: the gcc build and its unit suite from a fresh clone of
+# this checkout in a new folder under /tmp with a space in its name: the
+# sandbox binds the source and build trees at their own paths, which then
+# lie inside its fresh /tmp, and every script must quote its paths. The
+# committed tree is cloned (a checkout without git history is copied,
+# build/ left out); its ctest log is kept as the gcc stage's, and the clone
 # goes when the stage ends.
 # shellcheck disable=SC2317  # called through run_stage
 run_clone_suite() {
@@ -101,22 +104,22 @@ run_clone_suite() {
     echo "clone in $parent/src"
     "$parent/src/scripts/test.sh" --unit-only
     status=$?
-    cp "$parent/src/build/logs/ctest-gcc.log" "$log_dir/ctest-clone.log" 2> /dev/null
+    cp "$parent/src/build/logs/ctest-gcc.log" "$log_dir/ctest-gcc.log" 2> /dev/null
   fi
   rm -rf "$parent"
   return "$status"
 }
 
 if [ "$unit_only" -eq 1 ]; then
-  # The benchmarks' smoke tests are left to the whole suite's gcc stage.
-  run_stage gcc-build scripts/build.sh gcc -DQIRA_BUILD_BENCH=OFF &&
+  run_stage gcc-build scripts/build.sh gcc &&
     run_stage gcc-test run_tests gcc
   exit "$failed"
 fi
 
 run_stage deps scripts/deps.sh || true
 run_stage format scripts/format.sh || true
-for compiler in gcc clang asan clang-asan; do
+run_stage gcc-in-clone run_clone_suite || true
+for compiler in clang asan clang-asan; do
   if run_stage "$compiler-build" scripts/build.sh "$compiler"; then
     run_stage "$compiler-test" run_tests "$compiler" || true
   else
@@ -132,13 +135,12 @@ else
 fi
 # The fuzz smoke run: every libFuzzer target for 20 s (clang, ASan, UBSan).
 run_stage fuzz scripts/fuzz.sh 20 || true
-run_stage clone-tmp run_clone_suite || true
 run_stage vm run_vm_suite || true
 
 echo
 echo "==== timings"
 for i in "${!stage_names[@]}"; do
-  printf '  %-12s %8s s  %s\n' "${stage_names[$i]}" "${stage_seconds[$i]}" "${stage_results[$i]}"
+  printf '  %-16s %8s s  %s\n' "${stage_names[$i]}" "${stage_seconds[$i]}" "${stage_results[$i]}"
 done
 if [ "$failed" -ne 0 ]; then
   echo "==== FAILED"
@@ -151,7 +153,7 @@ fi
 passed=0
 failed_tests=0
 skipped=0
-for log in "$log_dir"/ctest-{gcc,clang,asan,clang-asan,armhf,clone}.log; do
+for log in "$log_dir"/ctest-{gcc,clang,asan,clang-asan,armhf}.log; do
   [ -f "$log" ] || continue
   read -r run_failed run_total < <(sed -n \
     's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "$log" | tail -1)
