@@ -126,9 +126,9 @@ const Command* find_command(const std::string& name) {
 
 std::string command_synopsis(const Command& command) {
   std::string synopsis = command.name;
-  for (const OptionSpec& spec : option_table()) {
-    if ((command.options & spec.bit) != 0) {
-      synopsis += " [" + option_synopsis(spec) + "]";
+  for (const OptionSpec& option : option_table()) {
+    if ((command.options & option.bit) != 0) {
+      synopsis += " [" + option_synopsis(option) + "]";
     }
   }
   if (command.arguments[0] != '\0') {
@@ -148,13 +148,13 @@ std::string usage_text() {
                      "options (anywhere on the line; \"--\" ends them, so that an argument may "
                      "begin with \"-\"):\n";
   std::size_t width = 0;
-  for (const OptionSpec& spec : option_table()) {
-    width = std::max(width, option_synopsis(spec).size());
+  for (const OptionSpec& option : option_table()) {
+    width = std::max(width, option_synopsis(option).size());
   }
-  for (const OptionSpec& spec : option_table()) {
-    std::string synopsis = option_synopsis(spec);
+  for (const OptionSpec& option : option_table()) {
+    std::string synopsis = option_synopsis(option);
     synopsis.resize(width, ' ');
-    text += "  " + synopsis + "  " + spec.help + "\n";
+    text += "  " + synopsis + "  " + option.help + "\n";
   }
   text +=
       "\ncommands (each takes --json, --verbose, --module and --help, and the options it "

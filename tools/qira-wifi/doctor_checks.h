@@ -85,12 +85,12 @@ CheckResult check_regulatory_domain(const KernelFacts& facts);
 
 // ---- programs, users, files ----------------------------------------------------
 // `output` is the version run's, when the program was run.
-CheckResult check_program(const ProgramSpec& spec, const PathFacts& facts,
+CheckResult check_program(const ProgramSpec& entry, const PathFacts& facts,
                           const std::optional<ProgramOutput>& output);
 CheckResult check_user(const std::string& name, const std::optional<unsigned int>& id);
 CheckResult check_group(const std::string& name, const std::optional<unsigned int>& id);
 // `file` is the path's facts, `folder` those of the folder it is in.
-CheckResult check_written_file(const WrittenFileSpec& spec, const PathFacts& file,
+CheckResult check_written_file(const WrittenFileSpec& entry, const PathFacts& file,
                                const PathFacts& folder, bool root);
 CheckResult check_one_file_system(const PathFacts& temporary, const PathFacts& configuration);
 

@@ -100,26 +100,26 @@ const std::vector<WrittenFileSpec>& written_file_specs() {
   return specs;
 }
 
-CheckResult check_program(const ProgramSpec& spec, const PathFacts& facts,
+CheckResult check_program(const ProgramSpec& entry, const PathFacts& facts,
                           const std::optional<ProgramOutput>& output) {
-  const auto verdict = spec.required ? &fail : &warn;
-  const std::string path = spec.path;
+  const auto verdict = entry.required ? &fail : &warn;
+  const std::string path = entry.path;
   if (!facts.exists) {
-    return verdict(path, "missing", spec.effect, "install it at " + path);
+    return verdict(path, "missing", entry.effect, "install it at " + path);
   }
   if (facts.directory) {
-    return verdict(path, "a folder, not a program", spec.effect, "install the program at " + path);
+    return verdict(path, "a folder, not a program", entry.effect, "install the program at " + path);
   }
   if (!facts.executable) {
     return verdict(path, "present but not executable (mode " + mode_text(facts.mode) + ")",
-                   spec.effect, "chmod 755 " + path);
+                   entry.effect, "chmod 755 " + path);
   }
   if (!output) {
     return ok(path, "executable (not run: it acts on the radio)");
   }
   if (!output->started) {
     return verdict(path, "executable but it does not run: " + error_text(output->start_errno),
-                   spec.effect, "install a build of it for this board");
+                   entry.effect, "install a build of it for this board");
   }
   const std::string version = version_text(output->output);
   if (!output->finished) {
@@ -151,14 +151,14 @@ CheckResult check_group(const std::string& name, const std::optional<unsigned in
               "add the group " + name + " to /etc/group");
 }
 
-CheckResult check_written_file(const WrittenFileSpec& spec, const PathFacts& file,
+CheckResult check_written_file(const WrittenFileSpec& entry, const PathFacts& file,
                                const PathFacts& folder, bool root) {
-  const std::string path = spec.path;
-  if (spec.must_exist && !file.exists) {
-    return fail(path, "missing", spec.effect, "create " + path);
+  const std::string path = entry.path;
+  if (entry.must_exist && !file.exists) {
+    return fail(path, "missing", entry.effect, "create " + path);
   }
   if (!file.exists && !folder.exists) {
-    return fail(path, "missing, and so is its folder " + folder_of(path), spec.effect,
+    return fail(path, "missing, and so is its folder " + folder_of(path), entry.effect,
                 "create " + folder_of(path));
   }
   if (!root) {
@@ -168,7 +168,7 @@ CheckResult check_written_file(const WrittenFileSpec& spec, const PathFacts& fil
     if (file.write_errno == 0) {
       return ok(path, file.directory ? "a writable folder" : "writable");
     }
-    return fail(path, "not writable: " + error_text(file.write_errno), spec.effect,
+    return fail(path, "not writable: " + error_text(file.write_errno), entry.effect,
                 "make " + path + " writable");
   }
   if (folder.write_errno == 0) {
@@ -177,7 +177,7 @@ CheckResult check_written_file(const WrittenFileSpec& spec, const PathFacts& fil
   return fail(path,
               "absent, and its folder " + folder_of(path) +
                   " is not writable: " + error_text(folder.write_errno),
-              spec.effect, "make " + folder_of(path) + " writable");
+              entry.effect, "make " + folder_of(path) + " writable");
 }
 
 CheckResult check_one_file_system(const PathFacts& temporary, const PathFacts& configuration) {
@@ -292,19 +292,19 @@ std::vector<CheckResult> run_doctor_checks(DoctorSystem& system, const std::stri
   checks.push_back(check_interface_mode(ifname, interface, module.loaded));
   checks.push_back(check_regulatory_domain(kernel));
 
-  for (const ProgramSpec& spec : program_specs()) {
-    const PathFacts facts = system.path_facts(spec.path);
+  for (const ProgramSpec& entry : program_specs()) {
+    const PathFacts facts = system.path_facts(entry.path);
     std::optional<ProgramOutput> output;
-    if (facts.exists && facts.executable && !facts.directory && spec.version_option != nullptr) {
-      output = system.run_program(spec.path, {spec.version_option});
+    if (facts.exists && facts.executable && !facts.directory && entry.version_option != nullptr) {
+      output = system.run_program(entry.path, {entry.version_option});
     }
-    checks.push_back(check_program(spec, facts, output));
+    checks.push_back(check_program(entry, facts, output));
   }
   checks.push_back(check_user(kDnsmasqUser, system.user_id(kDnsmasqUser)));
   checks.push_back(check_group(kDnsmasqGroup, system.group_id(kDnsmasqGroup)));
-  for (const WrittenFileSpec& spec : written_file_specs()) {
-    checks.push_back(check_written_file(spec, system.path_facts(spec.path),
-                                        system.path_facts(folder_of(spec.path)), root));
+  for (const WrittenFileSpec& entry : written_file_specs()) {
+    checks.push_back(check_written_file(entry, system.path_facts(entry.path),
+                                        system.path_facts(folder_of(entry.path)), root));
   }
   checks.push_back(check_one_file_system(system.path_facts(kTemporaryFolder),
                                          system.path_facts(kConfigurationFolder)));

@@ -25,22 +25,22 @@ bool parse_number(const std::string& text, unsigned long long& out) {
 // The option `word` names ("--timeout" or "--timeout=...", "-h" for
 // "--help"), or null.
 const OptionSpec* find_option(const std::string& word) {
-  for (const OptionSpec& spec : option_table()) {
-    const std::string name = spec.name;
-    if (word == name || (spec.value_name != nullptr && word.rfind(name + "=", 0) == 0) ||
-        (spec.bit == kOptionHelp && word == "-h")) {
-      return &spec;
+  for (const OptionSpec& option : option_table()) {
+    const std::string name = option.name;
+    if (word == name || (option.value_name != nullptr && word.rfind(name + "=", 0) == 0) ||
+        (option.bit == kOptionHelp && word == "-h")) {
+      return &option;
     }
   }
   return nullptr;
 }
 
-// Stores the value of option `spec`; false, with `error` set, when the value
+// Stores the value of `option`; false, with `error` set, when the value
 // is not one the option takes.
-bool store(const OptionSpec& spec, const std::string& value, GlobalOptions& options,
+bool store(const OptionSpec& option, const std::string& value, GlobalOptions& options,
            std::string& error) {
   unsigned long long number = 0;
-  switch (spec.bit) {
+  switch (option.bit) {
     case kOptionModule:
       options.module_path = value;
       return true;
@@ -88,7 +88,7 @@ bool store(const OptionSpec& spec, const std::string& value, GlobalOptions& opti
       options.again = true;
       return true;
   }
-  error = std::string("option ") + spec.name + " is not known";
+  error = std::string("option ") + option.name + " is not known";
   return false;
 }
 
@@ -118,16 +118,16 @@ const std::vector<OptionSpec>& option_table() {
   return options;
 }
 
-std::string option_synopsis(const OptionSpec& spec) {
-  return spec.value_name == nullptr ? std::string(spec.name)
-                                    : std::string(spec.name) + " " + spec.value_name;
+std::string option_synopsis(const OptionSpec& option) {
+  return option.value_name == nullptr ? std::string(option.name)
+                                      : std::string(option.name) + " " + option.value_name;
 }
 
 std::string option_names(unsigned int bits) {
   std::string names;
-  for (const OptionSpec& spec : option_table()) {
-    if ((bits & spec.bit) != 0) {
-      names += (names.empty() ? "" : ", ") + std::string(spec.name);
+  for (const OptionSpec& option : option_table()) {
+    if ((bits & option.bit) != 0) {
+      names += (names.empty() ? "" : ", ") + std::string(option.name);
     }
   }
   return names;
@@ -147,16 +147,16 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
       options_ended = true;
       continue;
     }
-    const OptionSpec* spec = find_option(word);
-    if (spec == nullptr) {
+    const OptionSpec* option = find_option(word);
+    if (option == nullptr) {
       const std::string name = word.substr(0, word.find('='));
       const OptionSpec* flag = find_option(name);
       error = flag != nullptr ? "option " + name + " takes no value" : "unknown option " + word;
       return false;
     }
     std::string value;
-    if (spec->value_name != nullptr) {
-      const std::string name = spec->name;
+    if (option->value_name != nullptr) {
+      const std::string name = option->name;
       if (word == name) {
         if (i + 1 < args.size()) {
           value = args[++i];
@@ -165,15 +165,16 @@ bool parse_command_line(const std::vector<std::string>& args, CommandLine& out,
         value = word.substr(name.size() + 1);
       }
       // An empty number is refused by its own check, with its own words.
-      if (value.empty() && spec->bit != kOptionTimeout && spec->bit != kOptionCount) {
-        error = "option " + name + " needs " + (spec->bit == kOptionModule ? "a PATH" : "a value");
+      if (value.empty() && option->bit != kOptionTimeout && option->bit != kOptionCount) {
+        error =
+            "option " + name + " needs " + (option->bit == kOptionModule ? "a PATH" : "a value");
         return false;
       }
     }
-    if (!store(*spec, value, result.options, error)) {
+    if (!store(*option, value, result.options, error)) {
       return false;
     }
-    result.options.given |= spec->bit;
+    result.options.given |= option->bit;
   }
   out = std::move(result);
   return true;

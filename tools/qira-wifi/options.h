@@ -43,7 +43,7 @@ struct OptionSpec {
 // Every option, in the order --help lists them.
 const std::vector<OptionSpec>& option_table();
 // "--timeout MS" or "--ap": the option as a synopsis shows it.
-std::string option_synopsis(const OptionSpec& spec);
+std::string option_synopsis(const OptionSpec& option);
 // The names of the options in `bits` ("--ap, --again"), in table order.
 std::string option_names(unsigned int bits);
 

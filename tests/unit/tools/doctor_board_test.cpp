@@ -19,9 +19,9 @@ std::string line(const CheckResult& check) {
 }
 
 const ProgramSpec& spec_of(const std::string& path) {
-  for (const ProgramSpec& spec : program_specs()) {
-    if (path == spec.path) {
-      return spec;
+  for (const ProgramSpec& entry : program_specs()) {
+    if (path == entry.path) {
+      return entry;
     }
   }
   ADD_FAILURE() << "no program " << path;
@@ -29,9 +29,9 @@ const ProgramSpec& spec_of(const std::string& path) {
 }
 
 const WrittenFileSpec& file_spec_of(const std::string& path) {
-  for (const WrittenFileSpec& spec : written_file_specs()) {
-    if (path == spec.path) {
-      return spec;
+  for (const WrittenFileSpec& entry : written_file_specs()) {
+    if (path == entry.path) {
+      return entry;
     }
   }
   ADD_FAILURE() << "no file " << path;
@@ -69,8 +69,8 @@ ProgramOutput printed(const std::string& output, int exit_status = 0) {
 
 TEST(DoctorPrograms, TheTableInItsOrder) {
   std::vector<std::string> paths;
-  for (const ProgramSpec& spec : program_specs()) {
-    paths.push_back(spec.path);
+  for (const ProgramSpec& entry : program_specs()) {
+    paths.push_back(entry.path);
   }
   EXPECT_EQ(paths, (std::vector<std::string>{"/bin/iw", "/bin/wpa_supplicant", "/bin/hostapd",
                                              "/bin/dnsmasq", "/bin/wl", "/bin/wifi_setup.sh",
@@ -167,8 +167,8 @@ TEST(DoctorAccounts, UserAndGroupOfDnsmasq) {
 
 TEST(DoctorFiles, TheTableInItsOrder) {
   std::vector<std::string> paths;
-  for (const WrittenFileSpec& spec : written_file_specs()) {
-    paths.push_back(spec.path);
+  for (const WrittenFileSpec& entry : written_file_specs()) {
+    paths.push_back(entry.path);
   }
   EXPECT_EQ(paths,
             (std::vector<std::string>{"/etc/wlan0.conf", "/etc/hostapd.conf", "/etc/dnsmasq.conf",
@@ -394,8 +394,8 @@ class SimulatedBoard : public DoctorSystem {
     interface.phy = "phy0";
     interface.wext_name = "IEEE 802.11";
     interface.mode = 2;
-    for (const ProgramSpec& spec : program_specs()) {
-      paths[spec.path] = program_file();
+    for (const ProgramSpec& entry : program_specs()) {
+      paths[entry.path] = program_file();
     }
     for (const char* path : {"/etc", "/tmp", "/var/log", "/var/run/wpa_supplicant"}) {
       paths[path] = folder();

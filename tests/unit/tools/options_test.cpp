@@ -152,8 +152,8 @@ TEST(Options, GivenHoldsEveryOptionOfTheLine) {
 
 TEST(Options, TheTableInHelpOrder) {
   std::vector<std::string> names;
-  for (const OptionSpec& spec : option_table()) {
-    names.push_back(option_synopsis(spec));
+  for (const OptionSpec& option : option_table()) {
+    names.push_back(option_synopsis(option));
   }
   EXPECT_EQ(names, (std::vector<std::string>{"--json", "--verbose", "--module PATH", "--help",
                                              "--timeout MS", "--count N", "--ap", "--vendor",
