@@ -387,6 +387,11 @@ project_programs() {
     install -m 755 "$built" "$root/usr/bin/$program"
     "${strip_tool:-strip}" "$root/usr/bin/$program"
   done
+  # The host opens libnl's route library at run time (apply's flush of an
+  # interface's addresses) rather than naming it: wpa_supplicant's
+  # libraries bring it into the system part.
+  grep -q '/libnl-route-3\.so\.200$' "$OUT/system.list" ||
+    die "the system part lacks libnl-route-3.so.200, which the host opens"
   for library in libqira_network_utils_wireless.so libqira_host.so; do
     cp -P "$stage"/lib*/"$library".* "$root/$LIBDIR/" 2> /dev/null || die "$library not installed from $build_dir"
   done
