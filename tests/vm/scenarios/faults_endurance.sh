@@ -12,7 +12,14 @@
 # camera's processes (by name), the host's descriptors, the socket files and
 # the files in /tmp are counted: the last may hold no more than the first.
 # The host's resident set is printed at cycles 1, 50 and 100 (and the last),
-# and must not grow by more than 256 kB from cycle 1 to the last.
+# with its anonymous part (heap and stacks, what a leak grows) and the
+# mapped files' pages. The anonymous part must not grow by more than 256 kB
+# from cycle 1 to the last, nor the whole resident set from cycle 2 to the
+# last: the first flush of wlan0's addresses (cycle 1) finds none to delete,
+# so cycle 2 is the first to run libnl's address deletion and to bring its
+# pages in (about 310 kB of the route library on the armhf camera, which
+# the host opens at its first flush; 100 kB of anonymous memory come in
+# cycle 2 on either library layout).
 #
 # The suite runs 3 cycles; the 100-cycle measurement runs with
 # "qira_endurance_cycles=100" on the kernel command line
@@ -60,6 +67,10 @@ more_than() {
     "$snapshots.first.$1" "$snapshots.last.$1"
 }
 rss_kb() { awk '$1 == "VmRSS:" { print $2 }' "/proc/$HOST_PID/status"; }
+# The anonymous part of the resident set. The rest is the pages of mapped
+# files, resident once first touched (on the camera's tmpfs root they count
+# as shared memory, RssShmem, rather than RssFile).
+anon_kb() { awk '$1 == "RssAnon:" { print $2 }' "/proc/$HOST_PID/status"; }
 
 # phase NAME: closes the running phase of the cycle and records its time
 # in $phases ("NAME MS, ...").
@@ -117,9 +128,11 @@ while [ "$cycle" -lt "$cycles" ]; do
   passed=$((passed + 1))
   rss=$(rss_kb)
   fds=$(ls "/proc/$HOST_PID/fd" | wc -l)
-  echo "cycle $cycle: ok in $((took * 10)) ms (${phases%, }); host RSS $rss kB, $fds descriptors"
-  [ "$cycle" -eq 1 ] && snapshot first && first_rss=$rss
-  case $cycle in 1 | 50 | 100 | "$cycles") report="$report cycle $cycle: $rss kB, $fds descriptors;" ;; esac
+  anon=$(anon_kb)
+  echo "cycle $cycle: ok in $((took * 10)) ms (${phases%, }); host RSS $rss kB (anonymous $anon kB), $fds descriptors"
+  [ "$cycle" -eq 1 ] && snapshot first && first_anon=$anon && second_rss=$rss
+  [ "$cycle" -eq 2 ] && second_rss=$rss
+  case $cycle in 1 | 50 | 100 | "$cycles") report="$report cycle $cycle: $rss kB (anonymous $anon kB), $fds descriptors;" ;; esac
 done
 expect_eq "cycles that succeeded" "$cycles" "$passed"
 [ "$passed" -gt 0 ] || return 1
@@ -130,7 +143,11 @@ expect_eq "processes beyond those after cycle 1" "" "$(more_than processes | tr 
 expect_eq "host descriptors after the last cycle" "$(cat "$snapshots.first.fds")" "$(cat "$snapshots.last.fds")"
 expect_eq "socket files beyond those after cycle 1" "" "$(more_than sockets | tr '\n' ' ')"
 expect_eq "/tmp files beyond those after cycle 1" "" "$(more_than tmp | tr '\n' ' ')"
-growth=$(($(rss_kb) - first_rss))
-echo "figure: host RSS grew by $growth kB from cycle 1 to cycle $passed"
-expect_true "host RSS flat (grew $growth kB, at most 256)" [ "$growth" -le 256 ]
+growth=$(($(anon_kb) - first_anon))
+echo "figure: host anonymous memory grew by $growth kB from cycle 1 to cycle $passed"
+expect_true "host anonymous memory flat (grew $growth kB from cycle 1, at most 256)" \
+  [ "$growth" -le 256 ]
+growth=$(($(rss_kb) - second_rss))
+echo "figure: host RSS grew by $growth kB from cycle $((passed < 2 ? passed : 2)) to cycle $passed"
+expect_true "host RSS flat (grew $growth kB from cycle 2, at most 256)" [ "$growth" -le 256 ]
 host_stop
